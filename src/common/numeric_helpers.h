@@ -1,0 +1,44 @@
+// Exact integer conversions shared by every colouring routine.
+//
+// The colour indices the library computes must be the same on every compiler and CPU, including
+// for NaN and out-of-range values that C++ leaves undefined. Each conversion is written once here
+// and called everywhere, so the behaviour is stated in one place and sanitizers stay quiet.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+namespace KIVMV {
+namespace numeric {
+
+// The x86-64 answer (cvttsd2si) for a double with no 64-bit integer value: the "integer
+// indefinite".
+inline constexpr int64_t kIntegerIndefinite = std::numeric_limits<int64_t>::min();
+
+// Truncation toward zero to 64 bits; NaN and values outside [-2^63, 2^63) give INT64_MIN, as
+// x86-64.
+constexpr int64_t TruncateToInt64(double value) {
+  // Written as "inside" so that NaN, which fails every comparison, falls to the indefinite result.
+  if (value >= -9223372036854775808.0 && value < 9223372036854775808.0) {
+    return static_cast<int64_t>(value);
+  }
+  return kIntegerIndefinite;
+}
+
+// The low eight bits of a two's-complement integer: 256 wraps to 0, -1 to 255.
+constexpr uint8_t LowByte(int64_t value) {
+  return static_cast<uint8_t>(static_cast<uint64_t>(value) & 0xFFu);
+}
+
+// The low 32 bits of a two's-complement integer, read as unsigned: INT64_MIN gives 0, -1 gives
+// 4294967295.
+constexpr uint32_t LowUnsigned32(int64_t value) {
+  return static_cast<uint32_t>(static_cast<uint64_t>(value) & 0xFFFFFFFFu);
+}
+
+// Truncate toward zero and keep the low eight bits, without clamping: 256.7 gives 0, -1.5 gives
+// 255.
+constexpr uint8_t TruncateToLowByte(double value) { return LowByte(TruncateToInt64(value)); }
+
+}  // namespace numeric
+}  // namespace KIVMV

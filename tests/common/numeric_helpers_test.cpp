@@ -1,0 +1,84 @@
+#include "common/numeric_helpers.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+namespace KIVMV {
+namespace numeric {
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr int64_t kMin64 = std::numeric_limits<int64_t>::min();
+
+TEST(NumericHelpers, TruncateToInt64TruncatesTowardZero) {
+  struct {
+    double input;
+    int64_t expected;
+  } cases[] = {
+      {0.0, 0},
+      {-0.0, 0},
+      {0.999, 0},
+      {1.0, 1},
+      {254.999, 254},
+      {255.0, 255},
+      {-0.5, 0},
+      {-1.5, -1},
+      {-255.9, -255},
+      {1e15 + 0.5, 1000000000000000},
+      {9223372036854774784.0, 9223372036854774784LL},  // largest double below 2^63
+      {-9223372036854775808.0, kMin64},                // -2^63 itself is representable
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(TruncateToInt64(c.input), c.expected) << c.input;
+  }
+}
+
+TEST(NumericHelpers, TruncateToInt64GivesIndefiniteForNaNAndOutOfRange) {
+  for (double input :
+       {kNaN, -kNaN, kInf, -kInf, 9223372036854775808.0, -9223372036854777856.0, 1e300, -1e300}) {
+    EXPECT_EQ(TruncateToInt64(input), kMin64) << input;
+  }
+}
+
+TEST(NumericHelpers, TruncateToInt64IsUsableAtCompileTime) {
+  static_assert(TruncateToInt64(2.75) == 2);
+  static_assert(TruncateToInt64(-2.75) == -2);
+  SUCCEED();
+}
+
+TEST(NumericHelpers, LowByteWrapsAround) {
+  struct {
+    int64_t input;
+    uint8_t expected;
+  } cases[] = {
+      {0, 0},    {255, 255}, {256, 0},    {257, 1},    {-1, 255},
+      {-256, 0}, {511, 255}, {1000, 232}, {kMin64, 0}, {std::numeric_limits<int64_t>::max(), 255}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(LowByte(c.input), c.expected) << c.input;
+  }
+}
+
+TEST(NumericHelpers, LowUnsigned32KeepsLowBits) {
+  EXPECT_EQ(LowUnsigned32(0), 0u);
+  EXPECT_EQ(LowUnsigned32(-1), 4294967295u);
+  EXPECT_EQ(LowUnsigned32(kMin64), 0u);
+  EXPECT_EQ(LowUnsigned32(4294967296LL + 7), 7u);
+  EXPECT_EQ(LowUnsigned32(300), 300u);
+}
+
+TEST(NumericHelpers, TruncateToLowByteDoesNotClamp) {
+  EXPECT_EQ(TruncateToLowByte(255.9), 255);
+  EXPECT_EQ(TruncateToLowByte(256.7), 0);
+  EXPECT_EQ(TruncateToLowByte(-1.5), 255);
+  EXPECT_EQ(TruncateToLowByte(-0.9), 0);
+  EXPECT_EQ(TruncateToLowByte(kNaN), 0);  // INT64_MIN has zero low bits
+  EXPECT_EQ(TruncateToLowByte(300.0), 44);
+}
+
+}  // namespace
+}  // namespace numeric
+}  // namespace KIVMV
