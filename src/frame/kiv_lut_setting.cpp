@@ -1,0 +1,30 @@
+#include <new>
+
+#include "KivLUTSetting.h"
+#include "frame/call_frame.h"
+#include "frame/kiv_lut_setting_impl.h"
+#include "tables/get_color.h"
+
+namespace KIVMV {
+KivLUTSetting::KivLUTSetting() {
+  // The implementation is stateless; if it cannot be allocated the methods use a fresh one.
+  try {
+    impl_ = std::make_shared<KivLUTSettingImpl>();
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+KivLUTSetting::~KivLUTSetting() = default;
+
+long KivLUTSetting::GetColor(double value, int mapType, KivColor* out) {
+  CallFrame frame(frame_entries::kGetColor);
+  const long check = CheckColorQuery(value, mapType, out);
+  if (check != LUT_OK) {
+    return check;
+  }
+  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl& impl = impl_ ? *impl_ : fresh;
+  return frame.End(impl.GetColor(value, mapType, out));
+}
+
+}  // namespace KIVMV

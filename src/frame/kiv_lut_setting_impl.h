@@ -1,0 +1,20 @@
+// The implementation behind KivLUTSetting. It holds nothing that influences a result, so a method
+// may run its routine on the object's own instance or on a fresh one with the same outcome.
+#pragma once
+
+#include "KivPlatform.h"
+
+namespace KIVMV {
+
+class KivLUTSettingImpl {
+ public:
+  KivLUTSettingImpl() = default;
+
+  long GetColor(double value, int mapType, KivColor* out);
+
+ private:
+  // Scratch for the image routines: the source image's matrix during a call.
+  void* sourceMatrix_ = nullptr;
+};
+
+}  // namespace KIVMV
