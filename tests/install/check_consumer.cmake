@@ -1,0 +1,26 @@
+# Script mode: cmake -DBUILD_DIR=... -DCONSUMER_DIR=... -DWORK_DIR=... -DCXX_COMPILER=... -P this
+foreach(var BUILD_DIR CONSUMER_DIR WORK_DIR CXX_COMPILER)
+  if(NOT DEFINED ${var})
+    message(FATAL_ERROR "${var} is not set")
+  endif()
+endforeach()
+
+function(run_step what)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${what} failed (${result}):\n${out}\n${err}")
+  endif()
+  set(step_output "${out}" PARENT_SCOPE)
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+set(prefix ${WORK_DIR}/prefix)
+run_step("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+run_step("configure consumer" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build
+         -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
+run_step("build consumer" ${CMAKE_COMMAND} --build ${WORK_DIR}/build)
+run_step("run consumer" ${WORK_DIR}/build/consumer)
+if(NOT step_output MATCHES "rainbow top: 0 3 255")
+  message(FATAL_ERROR "consumer printed an unexpected answer:\n${step_output}")
+endif()
+message(STATUS "consumer output: ${step_output}")
