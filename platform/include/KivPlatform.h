@@ -1,0 +1,17 @@
+#ifndef KIVMV_KIV_PLATFORM_H_
+#define KIVMV_KIV_PLATFORM_H_
+
+// Everything the platform layer offers.
+#include "Kiv3DArray.h"
+#include "KivColor.h"
+#include "KivColorArray.h"
+#include "KivConfiguration.h"
+#include "KivDataType.h"
+#include "KivFastLoggerPrivate.h"
+#include "KivImage.h"
+#include "KivPlatformStatus.h"
+#include "KivRangeImage.h"
+#include "KivVar.h"
+#include "KivVector3d.h"
+
+#endif  // KIVMV_KIV_PLATFORM_H_
