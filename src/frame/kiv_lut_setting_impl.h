@@ -11,10 +11,6 @@ class KivLUTSettingImpl {
   KivLUTSettingImpl() = default;
 
   long GetColor(double value, int mapType, KivColor* out);
-
- private:
-  // Scratch for the image routines: the source image's matrix during a call.
-  void* sourceMatrix_ = nullptr;
 };
 
 }  // namespace KIVMV
