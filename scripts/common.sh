@@ -6,7 +6,7 @@ KIVLUT_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 KIVLUT_JOBS="${KIVLUT_JOBS:-$(nproc)}"
 
 KIVLUT_PACKAGES=(
-  build-essential cmake clang-14 libomp-14-dev
+  build-essential cmake clang-14 libomp-14-dev clang-format
   libopencv-dev libtbb-dev qtbase5-dev
   libgtest-dev libbenchmark-dev xvfb
 )
