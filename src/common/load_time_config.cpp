@@ -30,4 +30,9 @@ int ConfiguredWorkerCount() {
   return chunks < 1 ? cv::getNumberOfCPUs() : chunks;
 }
 
+int GrainSize(int count) {
+  const int grain = count / ConfiguredWorkerCount();
+  return grain < 1 ? 1 : grain;
+}
+
 }  // namespace KIVMV

@@ -17,4 +17,9 @@ const LoadTimeConfig& GetLoadTimeConfig();
 // processor count when that is below 1.
 int ConfiguredWorkerCount();
 
+// The grain of a oneTBB loop over `count` elements: count / workers, so each worker gets about
+// one chunk. Never below 1: a zero grain lets a one-element range split forever, and the results
+// of every loop do not depend on the grain.
+int GrainSize(int count);
+
 }  // namespace KIVMV

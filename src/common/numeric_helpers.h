@@ -40,5 +40,15 @@ constexpr uint32_t LowUnsigned32(int64_t value) {
 // 255.
 constexpr uint8_t TruncateToLowByte(double value) { return LowByte(TruncateToInt64(value)); }
 
+// a - b in 32-bit two's-complement arithmetic: 0 - INT_MIN wraps to INT_MIN.
+constexpr int32_t WrappingSubtract32(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
+}
+
+// |a| in 32-bit two's-complement arithmetic: |INT_MIN| wraps to INT_MIN and stays negative.
+constexpr int32_t WrappingAbs32(int32_t a) {
+  return a >= 0 ? a : static_cast<int32_t>(0u - static_cast<uint32_t>(a));
+}
+
 }  // namespace numeric
 }  // namespace KIVMV

@@ -79,6 +79,20 @@ TEST(NumericHelpers, TruncateToLowByteDoesNotClamp) {
   EXPECT_EQ(TruncateToLowByte(300.0), 44);
 }
 
+TEST(NumericHelpers, WrappingSubtractAndAbsWrapAtInt32Min) {
+  constexpr int32_t kMin32 = std::numeric_limits<int32_t>::min();
+  constexpr int32_t kMax32 = std::numeric_limits<int32_t>::max();
+  EXPECT_EQ(WrappingSubtract32(0, kMin32), kMin32);
+  EXPECT_EQ(WrappingSubtract32(kMin32, kMin32), 0);
+  EXPECT_EQ(WrappingSubtract32(1, kMin32), -kMax32);
+  EXPECT_EQ(WrappingSubtract32(-1, kMin32), kMax32);
+  EXPECT_EQ(WrappingSubtract32(5, 7), -2);
+  EXPECT_EQ(WrappingAbs32(kMin32), kMin32);
+  EXPECT_EQ(WrappingAbs32(-kMax32), kMax32);
+  EXPECT_EQ(WrappingAbs32(-3), 3);
+  EXPECT_EQ(WrappingAbs32(0), 0);
+}
+
 }  // namespace
 }  // namespace numeric
 }  // namespace KIVMV

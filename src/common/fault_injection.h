@@ -1,0 +1,37 @@
+// A switch that tests flip to make one named stage of a routine throw, so that every stage code a
+// routine returns can be reached. Unset, it costs one relaxed atomic load per stage.
+#pragma once
+
+#include <atomic>
+#include <stdexcept>
+
+namespace KIVMV {
+
+enum class FaultStage {
+  kNone,
+  kOutputSizing,  // reading, clearing or creating the output array
+  kStatistics,    // reading the data type, minimum, maximum and valid count
+  kColouring,     // histogram, tables and the colouring body
+};
+
+namespace fault_injection_detail {
+inline std::atomic<FaultStage> injected{FaultStage::kNone};
+}
+
+// Throws std::runtime_error when a test has asked `stage` to fail.
+inline void ThrowIfInjected(FaultStage stage) {
+  if (fault_injection_detail::injected.load(std::memory_order_relaxed) == stage) {
+    throw std::runtime_error("injected fault");
+  }
+}
+
+// Makes `stage` throw until the object is destroyed. For tests only.
+class ScopedFault {
+ public:
+  explicit ScopedFault(FaultStage stage) { fault_injection_detail::injected.store(stage); }
+  ~ScopedFault() { fault_injection_detail::injected.store(FaultStage::kNone); }
+  ScopedFault(const ScopedFault&) = delete;
+  ScopedFault& operator=(const ScopedFault&) = delete;
+};
+
+}  // namespace KIVMV
