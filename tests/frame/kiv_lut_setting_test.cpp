@@ -2,45 +2,19 @@
 
 #include <cmath>
 #include <limits>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "KivLUTSetting.h"
 #include "frame/end_messages.h"
+#include "support/log_capture.h"
 
 namespace KIVMV {
 namespace {
 
-struct LogLine {
-  std::string message;
-  std::string className;
-  std::string methodName;
-  int line;
-};
-
-// Captures what the library logs for the lifetime of the test.
-class LogCapture {
- public:
-  LogCapture() {
-    KivFastLoggerPrivate::SetSink([this](const std::string& message, const std::string& className,
-                                         const std::string& methodName, int line) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      lines_.push_back({message, className, methodName, line});
-    });
-  }
-  ~LogCapture() { KivFastLoggerPrivate::SetSink({}); }
-
-  std::vector<LogLine> Lines() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return lines_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<LogLine> lines_;
-};
+using testing_support::LogCapture;
+using testing_support::LogLine;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 

@@ -1,0 +1,214 @@
+// Parallel statistics of range-image pixels: minimum, maximum and valid count, the 256-bin value
+// histogram, and the single-colour fill used when the value range collapses to a point.
+//
+// Each body is what tbb::parallel_reduce asks for and nothing more: state, splitting constructor,
+// operator(), join. The per-pixel maths lives in the inline kernels beside them, so a serial loop
+// over the same kernels gives the same answer as any split of the work.
+#pragma once
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_reduce.h>
+#include <tbb/partitioner.h>
+
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "common/load_time_config.h"
+#include "common/numeric_helpers.h"
+#include "range/pixel_traits.h"
+#include "tables/colour_tables.h"
+
+namespace KIVMV {
+
+inline constexpr int kHistogramBins = 256;
+
+// Two independent tests, not else-if: the first value seen sets both extremes.
+template <typename T>
+inline void UpdateExtremes(T v, T& minimum, T& maximum) {
+  if (v < minimum) minimum = v;
+  if (v > maximum) maximum = v;
+}
+
+template <typename T>
+class MinMaxBody {
+ public:
+  explicit MinMaxBody(const T* data) : data_(data) {}
+  MinMaxBody(MinMaxBody& other, tbb::split) : data_(other.data_) {}
+
+  void operator()(const tbb::blocked_range<size_t>& range) {
+    for (size_t i = range.begin(); i != range.end(); ++i) {
+      if (IsValidPixel(data_[i])) UpdateExtremes(data_[i], minimum, maximum);
+    }
+  }
+  void join(const MinMaxBody& right) {
+    // Minimum with minimum, maximum with maximum: a body that saw no valid pixel still holds the
+    // initial extremes, which must not cross over.
+    if (right.minimum < minimum) minimum = right.minimum;
+    if (right.maximum > maximum) maximum = right.maximum;
+  }
+
+  const T* data_;
+  T minimum = PixelTraits<T>::kInitialMin;
+  T maximum = PixelTraits<T>::kInitialMax;
+};
+
+// Minimum, maximum and number of valid pixels.
+template <typename T>
+class MinMaxBodyandnemer {
+ public:
+  explicit MinMaxBodyandnemer(const T* data) : data_(data) {}
+  MinMaxBodyandnemer(MinMaxBodyandnemer& other, tbb::split) : data_(other.data_) {}
+
+  void operator()(const tbb::blocked_range<int>& range) {
+    for (int i = range.begin(); i != range.end(); ++i) {
+      if (!IsValidPixel(data_[i])) continue;
+      UpdateExtremes(data_[i], minimum, maximum);
+      ++count;
+    }
+  }
+  void join(const MinMaxBodyandnemer& right) {
+    // Minimum with minimum, maximum with maximum: a body that saw no valid pixel still holds the
+    // initial extremes, which must not cross over.
+    if (right.minimum < minimum) minimum = right.minimum;
+    if (right.maximum > maximum) maximum = right.maximum;
+    count += right.count;
+  }
+
+  const T* data_;
+  T minimum = PixelTraits<T>::kInitialMin;
+  T maximum = PixelTraits<T>::kInitialMax;
+  uint32_t count = 0;
+};
+
+// The histogram bin of a pixel, or -1 when the pixel is not counted. Only a non-finite pixel at the
+// marker is dropped here (none, for the integer types); the inclusive bound test does the rest.
+// Bins 0..254 cover [low, high) when w = (high - low) / 255, and bin 255 takes only values equal
+// to high: a value one rounding step past it is pulled back from 256.
+template <typename T>
+inline int HistogramBin(T raw, double w, double low, double high) {
+  const double v = static_cast<double>(raw);
+  if (!(PixelTraits<T>::MarkerDistance(raw) > kMarkerTolerance) && !std::isfinite(v)) return -1;
+  if (!(low <= v && v <= high)) return -1;
+  // The two divisions are kept separate: folding them changes which bin a boundary value takes.
+  int64_t bin = numeric::TruncateToInt64(std::floor(v / w - low / w + 1e-14));
+  if (bin == kHistogramBins) bin = kHistogramBins - 1;
+  // Only a non-finite bin width can reach further; such bins are clamped.
+  if (bin < 0) bin = 0;
+  if (bin > kHistogramBins - 1) bin = kHistogramBins - 1;
+  return static_cast<int>(bin);
+}
+
+using Histogram = std::vector<uint32_t>;
+
+template <typename T>
+class HistTbbMinMax {
+ public:
+  HistTbbMinMax(const T* data, double binWidth, double low, double high)
+      : data_(data), histogram(kHistogramBins, 0), binWidth_(binWidth), low_(low), high_(high) {}
+  HistTbbMinMax(HistTbbMinMax& other, tbb::split)
+      : data_(other.data_),
+        histogram(kHistogramBins, 0),
+        binWidth_(other.binWidth_),
+        low_(other.low_),
+        high_(other.high_) {}
+
+  void operator()(const tbb::blocked_range<int>& range) {
+    for (int i = range.begin(); i != range.end(); ++i) {
+      const int bin = HistogramBin(data_[i], binWidth_, low_, high_);
+      if (bin >= 0) ++histogram[bin];
+    }
+  }
+  void join(const HistTbbMinMax& right) {
+    for (int b = 0; b < binCount_; ++b) histogram[b] += right.histogram[b];
+  }
+
+  const T* data_;
+  Histogram histogram;
+
+ private:
+  double binWidth_;
+  int binCount_ = kHistogramBins;
+  double low_;
+  double high_;
+};
+
+// Writes colour-table entry `index` for every valid pixel and the map type's invalid colour for
+// every other one. Nothing to reduce: join does nothing.
+template <typename T>
+class LUTMaxEquMin {
+ public:
+  LUTMaxEquMin(const T* data, const ColourTable& table, uint8_t* out, uint32_t index, int mapType)
+      : data_(data), table_(&table), out_(out), index_(index), mapType_(mapType) {}
+  LUTMaxEquMin(LUTMaxEquMin& other, tbb::split)
+      : data_(other.data_),
+        table_(other.table_),
+        out_(other.out_),
+        index_(other.index_),
+        mapType_(other.mapType_) {}
+
+  void operator()(const tbb::blocked_range<int>& range) const {
+    const ColourEntry& valid = (*table_)[index_];
+    const ColourEntry& invalid = InvalidColour(mapType_);
+    for (int i = range.begin(); i != range.end(); ++i) {
+      const ColourEntry& colour = IsValidPixel(data_[i]) ? valid : invalid;
+      uint8_t* pixel = out_ + 3 * static_cast<size_t>(i);
+      pixel[0] = colour[0];
+      pixel[1] = colour[1];
+      pixel[2] = colour[2];
+    }
+  }
+  void join(const LUTMaxEquMin&) {}
+
+ private:
+  const T* data_;
+  const ColourTable* table_;
+  uint8_t* out_;
+  uint32_t index_;  // at most 255
+  int mapType_;
+};
+
+template <typename T>
+struct ValueStatistics {
+  T minimum;
+  T maximum;
+  uint32_t validCount;
+};
+
+// Minimum, maximum and valid count of n pixels. With no valid pixel the minimum stays above the
+// maximum (the type's initial extremes) and the count is 0.
+template <typename T>
+ValueStatistics<T> FindValueStatistics(const T* data, int n) {
+  MinMaxBodyandnemer<T> body(data);
+  tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), body, tbb::auto_partitioner());
+  return {body.minimum, body.maximum, body.count};
+}
+
+// Minimum and maximum of the valid pixels among n.
+template <typename T>
+ValueStatistics<T> FindMinMax(const T* data, int n) {
+  MinMaxBody<T> body(data);
+  tbb::parallel_reduce(tbb::blocked_range<size_t>(0, static_cast<size_t>(n), GrainSize(n)), body,
+                       tbb::auto_partitioner());
+  return {body.minimum, body.maximum, 0};
+}
+
+// 256-bin histogram of the pixels in [low, high] with bin width w.
+template <typename T>
+Histogram BuildHistogram(const T* data, int n, double w, double low, double high) {
+  HistTbbMinMax<T> body(data, w, low, high);
+  tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), body, tbb::auto_partitioner());
+  return body.histogram;
+}
+
+// Every valid pixel takes table entry `index`, every invalid one the invalid colour of mapType.
+template <typename T>
+void ColourWithOneEntry(const T* data, int n, const ColourTable& table, uint32_t index, int mapType,
+                        uint8_t* out) {
+  LUTMaxEquMin<T> body(data, table, out, index, mapType);
+  tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), body, tbb::auto_partitioner());
+}
+
+}  // namespace KIVMV

@@ -1,0 +1,195 @@
+#include "range/statistics.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "range/pixel_traits.h"
+#include "range/range_test_support.h"
+
+namespace KIVMV {
+namespace {
+
+using testing_support::ForEachPixelType;
+using testing_support::RandomRangeImage;
+using testing_support::ReferenceIsValid;
+using testing_support::TestSizes;
+
+constexpr float kFloatNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kFloatInf = std::numeric_limits<float>::infinity();
+
+TEST(Statistics, InvalidRulePerType) {
+  EXPECT_FALSE(IsValidPixel<uint8_t>(0));
+  EXPECT_TRUE(IsValidPixel<uint8_t>(1));
+  EXPECT_FALSE(IsValidPixel<int8_t>(-128));
+  EXPECT_TRUE(IsValidPixel<int8_t>(-127));
+  EXPECT_TRUE(IsValidPixel<int8_t>(0));
+  EXPECT_FALSE(IsValidPixel<uint16_t>(0));
+  EXPECT_TRUE(IsValidPixel<uint16_t>(65535));
+  EXPECT_FALSE(IsValidPixel<int16_t>(-32768));
+  EXPECT_TRUE(IsValidPixel<int16_t>(0));
+  // The distance wraps in 32 bits: 0 is as invalid as the marker itself.
+  EXPECT_FALSE(IsValidPixel<int32_t>(INT_MIN));
+  EXPECT_FALSE(IsValidPixel<int32_t>(0));
+  EXPECT_TRUE(IsValidPixel<int32_t>(1));
+  EXPECT_TRUE(IsValidPixel<int32_t>(-1));
+  EXPECT_TRUE(IsValidPixel<int32_t>(INT_MAX));
+  EXPECT_TRUE(IsValidPixel<int32_t>(INT_MIN + 1));
+  EXPECT_FALSE(IsValidPixel<float>(-FLT_MAX));
+  EXPECT_TRUE(IsValidPixel<float>(-3.4e38f));  // near the marker, but not it
+  EXPECT_TRUE(IsValidPixel<float>(FLT_MAX));
+  EXPECT_TRUE(IsValidPixel<float>(0.0f));
+  EXPECT_FALSE(IsValidPixel<float>(kFloatNaN));
+  EXPECT_FALSE(IsValidPixel<float>(kFloatInf));
+  EXPECT_FALSE(IsValidPixel<float>(-kFloatInf));
+  EXPECT_FALSE(IsValidPixel<double>(-DBL_MAX));
+  EXPECT_TRUE(IsValidPixel<double>(-1.7e308));
+  EXPECT_FALSE(IsValidPixel<double>(std::numeric_limits<double>::quiet_NaN()));
+  EXPECT_FALSE(IsValidPixel<double>(std::numeric_limits<double>::infinity()));
+}
+
+TEST(Statistics, RuleMatchesRestatementForEverySmallValue) {
+  for (int v = 0; v < 256; ++v) EXPECT_EQ(IsValidPixel<uint8_t>(v), ReferenceIsValid<uint8_t>(v));
+  for (int v = -128; v < 128; ++v) EXPECT_EQ(IsValidPixel<int8_t>(v), ReferenceIsValid<int8_t>(v));
+  for (int v = 0; v < 65536; ++v) {
+    ASSERT_EQ(IsValidPixel<uint16_t>(v), ReferenceIsValid<uint16_t>(v)) << v;
+  }
+  for (int v = -32768; v < 32768; ++v) {
+    ASSERT_EQ(IsValidPixel<int16_t>(v), ReferenceIsValid<int16_t>(v)) << v;
+  }
+}
+
+TEST(Statistics, SignedIntImageOfZerosHasNoValidPixel) {
+  const std::vector<int32_t> zeros(1000, 0);
+  const ValueStatistics<int32_t> stats = FindValueStatistics(zeros.data(), 1000);
+  EXPECT_EQ(stats.minimum, 2147483647);
+  EXPECT_EQ(stats.maximum, -2147483647 - 1);
+  EXPECT_EQ(stats.validCount, 0u);
+}
+
+TEST(Statistics, NonFiniteAndMarkerPixelsAreExcluded) {
+  const std::vector<float> values = {kFloatNaN,  5.0f,     kFloatInf, -FLT_MAX,
+                                     -kFloatInf, -3.4e38f, 7.0f};
+  const ValueStatistics<float> stats = FindValueStatistics(values.data(), 7);
+  EXPECT_EQ(stats.minimum, -3.4e38f);
+  EXPECT_EQ(stats.maximum, 7.0f);
+  EXPECT_EQ(stats.validCount, 3u);
+  const ValueStatistics<float> extremes = FindMinMax(values.data(), 7);
+  EXPECT_EQ(extremes.minimum, -3.4e38f);
+  EXPECT_EQ(extremes.maximum, 7.0f);
+}
+
+TEST(Statistics, InitialExtremesPerType) {
+  EXPECT_EQ(PixelTraits<uint8_t>::kInitialMin, 255);
+  EXPECT_EQ(PixelTraits<int8_t>::kInitialMax, -128);
+  EXPECT_EQ(PixelTraits<uint16_t>::kInitialMin, 65535);
+  EXPECT_EQ(PixelTraits<int16_t>::kInitialMin, 32767);
+  EXPECT_EQ(PixelTraits<float>::kInitialMin, 3.4028235e38f);
+  EXPECT_EQ(PixelTraits<float>::kInitialMax, -3.4028235e38f);
+  EXPECT_EQ(PixelTraits<double>::kInitialMin, 1.7976931348623157e308);
+}
+
+TEST(Statistics, HistogramBinsAtTheUpperBound) {
+  const double low = 100.0, high = 355.0, w = (high - low) / 255;  // one unit per bin
+  const std::vector<double> values = {100.0, 354.999, 355.0, 99.999, 355.001, 200.5};
+  const Histogram histogram = BuildHistogram(values.data(), 6, w, low, high);
+  EXPECT_EQ(histogram[0], 1u);
+  EXPECT_EQ(histogram[254], 1u);  // just below high
+  EXPECT_EQ(histogram[255], 1u);  // equal to high
+  EXPECT_EQ(histogram[100], 1u);
+  uint32_t total = 0;
+  for (uint32_t count : histogram) total += count;
+  EXPECT_EQ(total, 4u);  // the two values outside [low, high] are not counted
+}
+
+TEST(Statistics, HistogramBinClampsNonFiniteWidths) {
+  EXPECT_EQ(HistogramBin<double>(5.0, std::numeric_limits<double>::infinity(), 0.0, 10.0), 0);
+  // 5 / 0 - 0 / 0 is NaN: INT64_MIN, clamped to the first bin.
+  EXPECT_EQ(HistogramBin<double>(5.0, 0.0, 0.0, 10.0), 0);
+  EXPECT_EQ(HistogramBin<double>(std::nan(""), 1.0, 0.0, 10.0), -1);
+}
+
+TEST(Statistics, SingleEntryFillUsesInvalidColourOfTheMap) {
+  const std::vector<uint16_t> values = {0, 7, 0, 9};
+  std::vector<uint8_t> out(12, 77);
+  ColourWithOneEntry(values.data(), 4, SelectColourTable(kHotMetalMap), 200, kHotMetalMap,
+                     out.data());
+  const ColourEntry& entry = kHotMetalTable[200];
+  for (int i = 0; i < 4; ++i) {
+    const bool valid = values[i] != 0;
+    for (int c = 0; c < 3; ++c) {
+      EXPECT_EQ(out[3 * i + c], valid ? entry[c] : 255)
+          << i;  // hot metal's invalid colour is white
+    }
+  }
+}
+
+// Serial reference of the three reductions, from the restated rule.
+template <typename T>
+void ExpectStatisticsMatchReference(const T* data, int n, double low, double high, double w) {
+  T minimum = PixelTraits<T>::kInitialMin, maximum = PixelTraits<T>::kInitialMax;
+  uint32_t count = 0;
+  std::vector<uint32_t> histogram(256, 0);
+  for (int i = 0; i < n; ++i) {
+    const T v = data[i];
+    if (ReferenceIsValid(v)) {
+      minimum = std::min(minimum, v);
+      maximum = std::max(maximum, v);
+      ++count;
+    }
+    const double d = static_cast<double>(v);
+    if (d >= low && d <= high) {
+      const double bin = std::floor(d / w - low / w + 1e-14);
+      ++histogram[std::clamp(static_cast<int>(bin), 0, 255)];
+    }
+  }
+  const ValueStatistics<T> stats = FindValueStatistics(data, n);
+  EXPECT_EQ(stats.minimum, minimum);
+  EXPECT_EQ(stats.maximum, maximum);
+  EXPECT_EQ(stats.validCount, count);
+  const ValueStatistics<T> extremes = FindMinMax(data, n);
+  EXPECT_EQ(extremes.minimum, minimum);
+  EXPECT_EQ(extremes.maximum, maximum);
+  EXPECT_EQ(BuildHistogram(data, n, w, low, high), histogram);
+
+  // Any split of the work gives the same answer.
+  for (int grain : {1, 3, 64, std::max(1, n)}) {
+    MinMaxBodyandnemer<T> body(data);
+    tbb::parallel_reduce(tbb::blocked_range<int>(0, n, grain), body, tbb::auto_partitioner());
+    EXPECT_EQ(body.minimum, minimum);
+    EXPECT_EQ(body.maximum, maximum);
+    EXPECT_EQ(body.count, count);
+    HistTbbMinMax<T> hist(data, w, low, high);
+    tbb::parallel_reduce(tbb::blocked_range<int>(0, n, grain), hist, tbb::auto_partitioner());
+    EXPECT_EQ(hist.histogram, histogram);
+  }
+}
+
+TEST(Statistics, MatchSerialReferenceOnRandomImages) {
+  std::mt19937_64 random(31);
+  ForEachPixelType([&](auto tag) {
+    using T = typename decltype(tag)::type;
+    for (const auto& [width, height] : TestSizes()) {
+      const KivRangeImage image = RandomRangeImage<T>(width, height, random);
+      const T* data = image.Ptr<T>();
+      const int n = width * height;
+      const ValueStatistics<T> stats = FindValueStatistics(data, n);
+      if (stats.validCount == 0) continue;
+      const double low = static_cast<double>(stats.minimum);
+      const double high = static_cast<double>(stats.maximum);
+      const double w = high / 255 - low / 255;
+      SCOPED_TRACE(testing::Message() << "type " << int(PixelTraits<T>::kDataType) << " size "
+                                      << width << "x" << height);
+      if (w > 1e-8 && std::isfinite(w)) ExpectStatisticsMatchReference(data, n, low, high, w);
+    }
+  });
+}
+
+}  // namespace
+}  // namespace KIVMV
