@@ -1,0 +1,39 @@
+// The output colour array of the range-image mappings.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <opencv2/core.hpp>
+
+#include "KivColor.h"
+#include "KivColorArray.h"
+#include "common/fault_injection.h"
+#include "common/numeric_helpers.h"
+#include "tables/colour_tables.h"
+
+namespace KIVMV {
+
+// Makes `out` hold n colours of at least 3 bytes and returns its first byte. An array of the right
+// length is reused in place; it is re-created when its length differs, and also when its buffer
+// is smaller than 3 bytes a colour (fewer channels, or a matrix swapped in behind its back), since
+// writing 3 bytes per colour into it would run past its end.
+inline uint8_t* PrepareColourOutput(KivColorArray& out, int n) {
+  ThrowIfInjected(FaultStage::kOutputSizing);
+  const cv::Mat& bytes = out.Mat();
+  const bool tooSmall = out.Channel() < 3 || !bytes.isContinuous() ||
+                        bytes.total() * bytes.elemSize() < 3 * static_cast<size_t>(n);
+  if (out.Length() != n || tooSmall) {
+    out.Clear();
+    out.Create(n, 3);
+  }
+  return out.Data();
+}
+
+// A caller's KivColor as stored in a colour array: component 2 first, component 0 last, each
+// component's low byte. Against the tables' blue, green, red bytes this exchanges red and blue;
+// callers rely on that order.
+inline ColourEntry StoredColour(const KivColor& colour) {
+  return {numeric::LowByte(colour[2]), numeric::LowByte(colour[1]), numeric::LowByte(colour[0])};
+}
+
+}  // namespace KIVMV
