@@ -16,15 +16,18 @@ KivLUTSetting::KivLUTSetting() {
 
 KivLUTSetting::~KivLUTSetting() = default;
 
+KivLUTSettingImpl& KivLUTSetting::OwnImpl(KivLUTSettingImpl& spare) {
+  return impl_ ? *impl_ : spare;
+}
+
 long KivLUTSetting::GetColor(double value, int mapType, KivColor* out) {
   CallFrame frame(frame_entries::kGetColor);
   const long check = CheckColorQuery(value, mapType, out);
   if (check != LUT_OK) {
     return check;
   }
-  KivLUTSettingImpl fresh;
-  KivLUTSettingImpl& impl = impl_ ? *impl_ : fresh;
-  return frame.End(impl.GetColor(value, mapType, out));
+  KivLUTSettingImpl spare;
+  return frame.End(OwnImpl(spare).GetColor(value, mapType, out));
 }
 
 }  // namespace KIVMV

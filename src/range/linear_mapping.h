@@ -1,0 +1,233 @@
+// Linear colouring of range images: every valid pixel is placed on a straight scale between a
+// lower and an upper bound and the position picks a colour-table entry.
+//
+// Two kernels do the per-pixel work. The serial kernel (caller's index range and under/over
+// colours) runs on the calling thread in double precision. The parallel kernel (bounds in single
+// precision, entry 0 below and 255 above) runs inside LUT3DArrayParallelBody. Both are inline so
+// that tests and the lookup-table fast path evaluate exactly the arithmetic the loops do.
+#pragma once
+
+#include <tbb/blocked_range.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+#include <vector>
+
+#include "KivColor.h"
+#include "KivColorArray.h"
+#include "KivRangeImage.h"
+#include "common/fault_injection.h"
+#include "common/numeric_helpers.h"
+#include "range/colour_output.h"
+#include "range/pixel_traits.h"
+#include "range/raw_value_lut.h"
+#include "range/statistics.h"
+#include "tables/colour_tables.h"
+
+namespace KIVMV {
+
+// Bounds are narrowed from double to float; with IEEE types an out-of-range double rounds to an
+// infinity, which the comparisons of the parallel kernel then handle like any other bound.
+static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<double>::is_iec559,
+              "the linear kernels rely on IEEE single and double precision");
+
+inline void WriteColour(uint8_t* pixel, const ColourEntry& colour) {
+  std::memcpy(pixel, colour.data(), 3);
+}
+
+// ---- Parallel kernel (overloads with bounds, with measured bounds, with fractions) ----
+
+// The table entry of a valid value v, already converted to float. Values above hi take 255 and
+// values below lo take 0; in-range values take 1..255, so entry 0 only ever marks "below". The
+// differences are formed in float, the product and quotient in double, in that order.
+inline uint8_t LinearEntry(float v, float lo, float hi) {
+  if (v > hi) return 255;
+  if (v < lo) return 0;
+  const float offset = v - lo;
+  const float span = hi - lo;
+  const uint8_t k =
+      numeric::TruncateToLowByte(static_cast<double>(offset) * 255.0 / static_cast<double>(span));
+  return k == 0 ? 1 : k;
+}
+
+template <typename T>
+inline const ColourEntry& LinearColour(T v, float lo, float hi, const ColourTable& table,
+                                       const ColourEntry& invalid) {
+  if (!IsValidPixel(v)) return invalid;
+  return table[LinearEntry(static_cast<float>(v), lo, hi)];
+}
+
+// LinearColour for every raw value of an 8- or 16-bit type.
+template <typename T>
+std::vector<ValueColour> BuildValueColours(float lo, float hi, const ColourTable& table,
+                                           const ColourEntry& invalid) {
+  return TabulateValueColours<T>(
+      [&](T v) -> const ColourEntry& { return LinearColour(v, lo, hi, table, invalid); });
+}
+
+// Minimum and maximum of the valid pixels of an 8- or 16-bit image, the same as FindMinMax. For
+// these types a pixel is valid exactly when it is not the marker, the type's lowest value, which
+// lets the reduction run without a per-pixel test.
+template <typename T>
+ValueStatistics<T> FindMinMaxOfRawValues(const T* data, int n);
+
+// Boundaries of the consecutive chunks that pixels 0..n-1 are cut into for `workers` workers:
+// chunks of (n - 1) / workers + 1 pixels, the last one shorter. Chunk c is [b[c], b[c + 1]), so
+// the vector holds one more entry than there are chunks, starting at 0 and ending at n. No pixels
+// give no chunks; a worker count below 1 counts as one.
+std::vector<int> ChunkBoundaries(int n, int workers);
+
+// Colours the pixels of the chunks in its range: each chunk through the value-colour table when
+// one is given, else through the parallel kernel.
+template <typename T>
+class LUT3DArrayParallelBody {
+ public:
+  LUT3DArrayParallelBody(const T* data, const ColourTable& table, uint8_t* out, int n, float lo,
+                         float hi, const std::vector<int>& boundaries, int mapType,
+                         const ValueColour* valueColours)
+      : data_(data),
+        table_(&table),
+        out_(out),
+        n_(n),
+        lo_(lo),
+        hi_(hi),
+        boundaries_(&boundaries),
+        mapType_(mapType),
+        valueColours_(valueColours) {}
+
+  void operator()(const tbb::blocked_range<int>& chunks) const {
+    for (int c = chunks.begin(); c != chunks.end(); ++c) {
+      ThrowIfInjected(FaultStage::kColouring);
+      const int begin = (*boundaries_)[c];
+      const int end = (*boundaries_)[c + 1] < n_ ? (*boundaries_)[c + 1] : n_;
+      if (valueColours_ != nullptr) {
+        ColourByValue(data_, begin, end, valueColours_, out_);
+      } else {
+        ColourByKernel(begin, end);
+      }
+    }
+  }
+
+ private:
+  // The members are read into locals first: byte stores may alias them, and would force a reload
+  // per pixel.
+  void ColourByKernel(int begin, int end) const {
+    const T* data = data_;
+    const ColourTable& table = *table_;
+    const ColourEntry& invalid = InvalidColour(mapType_);
+    const float lo = lo_, hi = hi_;
+    uint8_t* pixel = out_ + 3 * static_cast<size_t>(begin);
+    for (int i = begin; i < end; ++i, pixel += 3) {
+      WriteColour(pixel, LinearColour(data[i], lo, hi, table, invalid));
+    }
+  }
+
+  const T* data_;
+  const ColourTable* table_;
+  uint8_t* out_;
+  int n_;
+  float lo_;
+  float hi_;
+  const std::vector<int>* boundaries_;
+  int mapType_;
+  const ValueColour* valueColours_;  // null: per-pixel kernel
+};
+
+// Colours n pixels with LUT3DArrayParallelBody, one body call per chunk of ChunkBoundaries.
+template <typename T>
+void ColourLinearParallel(const T* data, int n, float lo, float hi, int mapType, uint8_t* out);
+
+// ---- Bounds cut at fractions of the valid values ----
+
+struct FractionCut {
+  float lowValue;
+  float highValue;
+};
+
+// The values at sorted positions trunc(N x lowerFraction) and trunc((1 - upperFraction) x N) of
+// the N values (both at most N - 1, the upper not below the lower), found by partial selection,
+// which reorders `values`. Equal cuts are moved apart by 1e-6; no values at all cut at 0.
+FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, double lowerFraction);
+
+// ---- Serial kernel (overload with index range and caller's colours) ----
+
+struct SerialLinearMapping {
+  double low;  // raw units for the integer pixel types
+  double high;
+  int indexLow;  // 0 <= indexLow <= indexHigh <= 255
+  int indexHigh;
+  ColourEntry under;  // as stored, see StoredColour
+  ColourEntry over;
+  const ColourTable* table;
+  ColourEntry invalid;
+};
+
+// The table entry of a valid value between the bounds. The value at low takes the entry before
+// indexLow (entry 0 when indexLow is 0) and the value at high the one before indexHigh.
+inline int SerialLinearEntry(double v, const SerialLinearMapping& m) {
+  const uint8_t step = numeric::TruncateToLowByte((v - m.low) / (m.high - m.low) *
+                                                  static_cast<double>(m.indexHigh - m.indexLow));
+  const int j = step + m.indexLow - 1;
+  // In range, the quotient lies in [0, 1] or is NaN, so j never passes indexHigh - 1.
+  return j < 0 ? 0 : (j > kColourTableSize - 1 ? kColourTableSize - 1 : j);
+}
+
+template <typename T>
+inline const ColourEntry& SerialLinearColour(T raw, const SerialLinearMapping& m) {
+  if (!IsValidPixel(raw)) return m.invalid;
+  const double v = static_cast<double>(raw);
+  if (m.low > v) return m.under;
+  if (v > m.high) return m.over;
+  return (*m.table)[static_cast<size_t>(SerialLinearEntry(v, m))];
+}
+
+// SerialLinearColour for every raw value of an 8- or 16-bit type.
+template <typename T>
+std::vector<ValueColour> BuildSerialValueColours(const SerialLinearMapping& m) {
+  return TabulateValueColours<T>(
+      [&](T v) -> const ColourEntry& { return SerialLinearColour(v, m); });
+}
+
+// ---- Bounds in raw units ----
+
+struct RawBounds {
+  double low;
+  double high;
+};
+
+// Serial overload: low' = (low + o*r) / r; high' = the 64-bit truncation of (high + o*r) / r,
+// plus 1. Only the upper bound is truncated and widened by one raw unit.
+inline RawBounds SerialRawBounds(double low, double high, double resolution, double offset) {
+  const double shift = offset * resolution;
+  return {(low + shift) / resolution,
+          static_cast<double>(numeric::TruncateToInt64((high + shift) / resolution)) + 1.0};
+}
+
+// Parallel overload: as above without the truncation, with r and o*r first rounded to float.
+inline RawBounds ParallelRawBounds(double low, double high, double resolution, double offset) {
+  const double r = static_cast<float>(resolution);
+  const double shift = static_cast<float>(offset * resolution);
+  return {(low + shift) / r, (high + shift) / r + 1.0};
+}
+
+// ---- The four routines behind KivLUTSetting::LinearColorMapLUT ----
+// Each repeats the checks its results depend on, sizes `out` to width x height colours of three
+// bytes and returns a status code; no exception leaves them.
+
+// Given bounds (physical units), caller's index range and under/over colours; serial.
+long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double low, double high,
+                                int indexLow, int indexHigh, const KivColor& underColor,
+                                const KivColor& overColor, KivColorArray* out);
+// Given bounds (physical units); entry 0 below, 255 above.
+long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double low, double high,
+                               KivColorArray* out);
+// Bounds are the valid minimum and maximum, in raw units.
+long LinearColourMapMinMax(const KivRangeImage& image, int mapType, KivColorArray* out);
+// Float images: bounds cut at fractions of the sorted valid values; -1 for other pixel matrices.
+long LinearColourMapFractions(const KivRangeImage& image, KivColorArray* out, int mapType,
+                              double upperFraction, double lowerFraction);
+
+}  // namespace KIVMV
