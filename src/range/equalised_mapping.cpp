@@ -100,6 +100,7 @@ struct EqualisedScale {
   double low;
   double high;
   double w;
+  double reciprocal;  // 1 / w
   int binCount;
   const EqualisationTable* slots;
   const ColourTable* colours;
@@ -119,8 +120,8 @@ inline ColourEntry EqualisedColour(T raw, const EqualisedScale& s) {
   const double v = static_cast<double>(raw);
   if (v >= s.high) return (*s.colours)[kColourTableSize - 1];
   if (v < s.low) return (*s.colours)[0];
-  const int b = EqualisedBin(v, s.w, s.low, kBinNudge, s.binCount);
-  const int64_t slot = EqualisedSlot(v, b, s.w, s.low, *s.slots);
+  const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, kBinNudge, s.binCount);
+  const int64_t slot = EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots);
   return (*s.colours)[ClampToTable(slot + (s.reserveIndex0 ? 1 : 0))];
 }
 
@@ -139,8 +140,8 @@ inline ColourEntry EqualisedRangeColour(T raw, const EqualisedScale& s, const Co
   const double v = static_cast<double>(raw);
   if (v < s.low) return r.below;
   if (v > s.high) return r.above;
-  const int b = EqualisedBin(v, s.w, s.low, 0.0, s.binCount);
-  const int64_t slot = EqualisedSlot(v, b, s.w, s.low, *s.slots);
+  const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, 0.0, s.binCount);
+  const int64_t slot = EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots);
   // lo is taken off the slot before scaling and not added back afterwards.
   const double scaled = (static_cast<double>(slot) - r.lo) / s.binCount * (r.hi - r.lo);
   return (*s.colours)[ClampToTable(numeric::TruncateToInt64(scaled) + (s.reserveIndex0 ? 1 : 0))];
@@ -274,7 +275,16 @@ void ColourByEqualisation(const T* data, int n, double low, double high,
     // The range collapsed to a point (or crossed, with no valid pixel): one entry for all.
     const uint32_t index = std::min<uint32_t>(numeric::LowUnsigned32(numeric::TruncateToInt64(low)),
                                               kColourTableSize - 1);
-    ColourWithOneEntry(data, n, colours, index, request.mapType, out);
+    if constexpr (kHasValueColours<T>) {
+      const ColourEntry& valid = colours[index];
+      const ColourEntry& invalid = InvalidColour(request.mapType);
+      ColourByLookup(data, n, TabulateValueColours<T>([&](T v) -> const ColourEntry& {
+                       return IsValidPixel(v) ? valid : invalid;
+                     }),
+                     out);
+    } else {
+      ColourWithOneEntry(data, n, colours, index, request.mapType, out);
+    }
     return;
   }
 
@@ -287,7 +297,7 @@ void ColourByEqualisation(const T* data, int n, double low, double high,
   const EqualisationTable slots =
       BuildEqualisationTable(histogram, summary.stats.validCount, binCount);
   const EqualisedScale scale{
-      low, high, w, binCount, &slots, &colours, kReserveIndex0, request.mapType};
+      low, high, w, 1.0 / w, binCount, &slots, &colours, kReserveIndex0, request.mapType};
   const ColourRange* range = request.colourRange;
 
   if constexpr (kHasValueColours<T>) {

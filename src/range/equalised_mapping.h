@@ -66,6 +66,39 @@ inline int EqualisedBin(double v, double w, double low, double nudge, int binCou
   return static_cast<int>(bin);
 }
 
+// The same bin and slot with the divisions by w replaced by a multiplication by 1 / w wherever
+// that cannot change the answer. The product differs from the quotient by a few units in the last
+// place; bins and slots are whole numbers, so unless the value lies within kReciprocalMargin of an
+// integer its floor or truncation is the same, and in that rare case the division decides.
+inline constexpr double kReciprocalMargin = 1e-9;
+
+inline int EqualisedBinByReciprocal(double v, double w, double reciprocal, double low, double nudge,
+                                    int binCount) {
+  const double x = (v - low) * reciprocal + nudge;
+  const double whole = std::floor(x);
+  if (x - whole > kReciprocalMargin && (whole + 1.0) - x > kReciprocalMargin && whole >= 0.0 &&
+      whole < binCount) {
+    return static_cast<int>(whole);
+  }
+  return EqualisedBin(v, w, low, nudge, binCount);
+}
+
+inline int64_t EqualisedSlotByReciprocal(double v, int b, double w, double reciprocal, double low,
+                                         const EqualisationTable& table) {
+  const uint32_t weight = table.weight[b];
+  if (weight == 0) return table.emptyBinSlot[b];
+  const double end = table.end[b];
+  const double slot = end - (weight - (v - (b * w + low)) * reciprocal * weight);
+  const double whole = std::trunc(slot);
+  const double fraction = std::fabs(slot - whole);
+  // Slots lie within 0..256; far outside that the units in the last place grow past the margin.
+  if (std::fabs(slot) < 4096.0 && fraction > kReciprocalMargin &&
+      fraction < 1.0 - kReciprocalMargin) {
+    return static_cast<int64_t>(whole);
+  }
+  return EqualisedSlot(v, b, w, low, table);
+}
+
 // The three public forms. Status codes as the public header documents them.
 long ColorMapLUTByDataRange(KivRangeImage& image, int mapType, KivColorArray* out);
 long ColorMapLUTWithBounds(KivRangeImage& image, int mapType, double low, double high,

@@ -467,6 +467,42 @@ TEST(EqualisedMapping, BinOfAValue) {
   EXPECT_EQ(EqualisedBin(kNaN, 1.0, 0.0, 0.0, 255), 0);  // INT64_MIN, clamped
 }
 
+// The reciprocal forms must agree with the divisions everywhere, most of all at bin and slot
+// boundaries, where the two roundings could fall on different sides of an integer.
+TEST(EqualisedMapping, ReciprocalBinAndSlotEqualTheDivisions) {
+  std::mt19937_64 random(99);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  const double widths[] = {1.0, 0.1, 1.0 / 3.0, 1e-7, 2.5e-8, 7.77, 1e5, 1e300, 3e-300};
+  for (double w : widths) {
+    for (double low : {0.0, -1000.0, 0.3, 123456.789, -1e-9}) {
+      Histogram histogram(256, 0);
+      for (int b = 0; b < 255; ++b) histogram[b] = static_cast<uint32_t>(random() % 50);
+      const EqualisationTable table = BuildEqualisationTable(histogram, 5000, 255);
+      const double reciprocal = 1.0 / w;
+      std::vector<double> values;
+      for (int k = 0; k <= 256; ++k) {
+        const double edge = low + k * w;
+        values.push_back(edge);
+        values.push_back(std::nextafter(edge, -1e308));
+        values.push_back(std::nextafter(edge, 1e308));
+        values.push_back(edge + w * unit(random));
+        // Values whose in-bin position times the weight lands on a whole slot.
+        for (int step = 1; step < 8; ++step) values.push_back(edge + w * step / 8.0);
+      }
+      for (double v : values) {
+        for (double nudge : {0.0, 1e-14}) {
+          const int exact = EqualisedBin(v, w, low, nudge, 255);
+          ASSERT_EQ(EqualisedBinByReciprocal(v, w, reciprocal, low, nudge, 255), exact)
+              << "v " << v << " w " << w << " low " << low;
+          ASSERT_EQ(EqualisedSlotByReciprocal(v, exact, w, reciprocal, low, table),
+                    EqualisedSlot(v, exact, w, low, table))
+              << "v " << v << " w " << w << " low " << low;
+        }
+      }
+    }
+  }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Checks, stage codes and logging.
 
