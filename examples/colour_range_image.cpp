@@ -3,7 +3,6 @@
 // KivLUTSetting::GetColor, and writes one PNG per map.
 //
 //   colour_range_image [OUTPUT_DIR]     (default: demo-output)
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -41,6 +40,11 @@ KIVMV::KivRangeImage MakeScene() {
 
 }  // namespace
 
+// The colours of a mapping as a picture of the image's size (the array holds blue, green, red).
+cv::Mat AsPicture(const KIVMV::KivColorArray& colours, int width, int height) {
+  return cv::Mat(height, width, CV_8UC3, colours.Data()).clone();
+}
+
 int main(int argc, char** argv) {
   const std::filesystem::path outDir = argc > 1 ? argv[1] : "demo-output";
   std::error_code error;
@@ -50,42 +54,27 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  const KIVMV::KivRangeImage scene = MakeScene();
-  const cv::Mat& heights = scene.Mat();
-  float low = std::numeric_limits<float>::max(), high = std::numeric_limits<float>::lowest();
-  for (int y = 0; y < heights.rows; ++y) {
-    for (int x = 0; x < heights.cols; ++x) {
-      const float z = heights.at<float>(y, x);
-      if (std::isfinite(z)) {
-        low = std::min(low, z);
-        high = std::max(high, z);
-      }
-    }
-  }
-
+  KIVMV::KivRangeImage scene = MakeScene();
   const char* names[] = {"grey", "rainbow", "hot-metal", "diverging", "isoluminant", "rgb", "jet"};
   KIVMV::KivLUTSetting lut;
+  KIVMV::KivColorArray colours;
   for (int map = 0; map < 7; ++map) {
-    cv::Mat picture(heights.size(), CV_8UC3, cv::Scalar(0, 0, 0));  // invalid pixels stay black
-    for (int y = 0; y < heights.rows; ++y) {
-      for (int x = 0; x < heights.cols; ++x) {
-        const float z = heights.at<float>(y, x);
-        if (!std::isfinite(z)) continue;
-        KIVMV::KivColor colour;
-        const long status = lut.GetColor((z - low) / (high - low), map, &colour);
-        if (status != KIVMV::LUT_OK) {
-          std::fprintf(stderr, "GetColor: %s\n", KIVMV::KivLUTStatusName(status));
-          return 1;
-        }
-        picture.at<cv::Vec3b>(y, x) = cv::Vec3b(colour[0], colour[1], colour[2]);
+    for (const char* kind : {"linear", "equalised"}) {
+      const bool linear = std::string(kind) == "linear";
+      const long status = linear ? lut.LinearColorMapLUT(scene, map, &colours)
+                                 : lut.ColorMapLUT(scene, map, &colours);
+      if (status != KIVMV::LUT_OK) {
+        std::fprintf(stderr, "%s mapping: %s\n", kind, KIVMV::KivLUTStatusName(status));
+        return 1;
       }
+      const std::filesystem::path file =
+          outDir / ("range_" + std::string(kind) + "_" + names[map] + ".png");
+      if (!cv::imwrite(file.string(), AsPicture(colours, kWidth, kHeight))) {
+        std::fprintf(stderr, "cannot write %s\n", file.c_str());
+        return 1;
+      }
+      std::printf("wrote %s\n", file.c_str());
     }
-    const std::filesystem::path file = outDir / ("range_" + std::string(names[map]) + ".png");
-    if (!cv::imwrite(file.string(), picture)) {
-      std::fprintf(stderr, "cannot write %s\n", file.c_str());
-      return 1;
-    }
-    std::printf("wrote %s\n", file.c_str());
   }
   return 0;
 }
