@@ -1,103 +1,11 @@
-// Histogram-equalised colouring of range images.
-//
-// The value interval [low, high] is cut into B equal bins, and each bin receives a run of
-// consecutive colour-table slots in proportion to its share of the valid pixels, so crowded depth
-// ranges spread over many colours and sparse ones over few.
+// Histogram-equalised colouring of range images (the engine is in equalisation.h).
 #pragma once
-
-#include <array>
-#include <cmath>
-#include <cstdint>
-#include <vector>
 
 #include "KivColor.h"
 #include "KivColorArray.h"
 #include "KivRangeImage.h"
-#include "common/numeric_helpers.h"
-#include "range/statistics.h"
 
 namespace KIVMV {
-
-// Bins that share the table when entry 0 is kept for values below the range.
-inline constexpr int kEqualisedBins = 255;
-
-// The slots allotted to each bin: bin b owns slots end[b] - weight[b] + 1 .. end[b].
-struct EqualisationTable {
-  int binCount = kEqualisedBins;
-  std::array<uint32_t, kHistogramBins> weight{};
-  std::array<uint32_t, kHistogramBins> end{};
-  std::vector<int> nonEmptyBins;  // ascending bins whose weight is at least 1
-  // The slot every value of a bin without slots takes; it depends on the bin alone.
-  std::array<int64_t, kHistogramBins> emptyBinSlot{};
-};
-
-// Fills end, nonEmptyBins and emptyBinSlot of a table from its weights.
-void CompleteEqualisationTable(EqualisationTable& table);
-
-// The slot of an empty bin b: that of the nearest bin with slots, searched upward from a distance
-// of 10000, where only a strictly nearer bin replaces the best, so of two equally near bins the
-// lower wins. Its last slot when b lies above it, its first otherwise. With no bin holding slots
-// the search ends at bin 0 with no side found, which we take as below: end[0] - weight[0] + 1.
-int64_t NearestSlotForEmptyBin(int b, const EqualisationTable& table);
-
-// Allots the B slots to the bins by their share hist[b] / validCount x B: largest share first
-// (equal shares in ascending bin order), each at least 1, rounded half away from zero. The bin
-// whose weight makes the running total reach B gets none, and so does every bin after it.
-EqualisationTable BuildEqualisationTable(const Histogram& histogram, uint32_t validCount,
-                                         int binCount);
-
-// The slot of a value v in bin b (bin width w from low). A bin with slots interpolates linearly
-// inside its span (end - weight, end]; a bin without takes its precomputed nearest slot.
-inline int64_t EqualisedSlot(double v, int b, double w, double low,
-                             const EqualisationTable& table) {
-  const uint32_t weight = table.weight[b];
-  if (weight == 0) return table.emptyBinSlot[b];
-  const double end = table.end[b];
-  return numeric::TruncateToInt64(end - (weight - (v - (b * w + low)) / w * weight));
-}
-
-// The bin of a value in [low, high): floor((v - low) / w + nudge), bin B pulled back to B - 1 and
-// anything else outside 0..B-1 (only a non-finite w gets there) clamped.
-inline int EqualisedBin(double v, double w, double low, double nudge, int binCount) {
-  int64_t bin = numeric::TruncateToInt64(std::floor((v - low) / w + nudge));
-  if (bin == binCount) bin = binCount - 1;
-  if (bin < 0) bin = 0;
-  if (bin > binCount - 1) bin = binCount - 1;
-  return static_cast<int>(bin);
-}
-
-// The same bin and slot with the divisions by w replaced by a multiplication by 1 / w wherever
-// that cannot change the answer. The product differs from the quotient by a few units in the last
-// place; bins and slots are whole numbers, so unless the value lies within kReciprocalMargin of an
-// integer its floor or truncation is the same, and in that rare case the division decides.
-inline constexpr double kReciprocalMargin = 1e-9;
-
-inline int EqualisedBinByReciprocal(double v, double w, double reciprocal, double low, double nudge,
-                                    int binCount) {
-  const double x = (v - low) * reciprocal + nudge;
-  const double whole = std::floor(x);
-  if (x - whole > kReciprocalMargin && (whole + 1.0) - x > kReciprocalMargin && whole >= 0.0 &&
-      whole < binCount) {
-    return static_cast<int>(whole);
-  }
-  return EqualisedBin(v, w, low, nudge, binCount);
-}
-
-inline int64_t EqualisedSlotByReciprocal(double v, int b, double w, double reciprocal, double low,
-                                         const EqualisationTable& table) {
-  const uint32_t weight = table.weight[b];
-  if (weight == 0) return table.emptyBinSlot[b];
-  const double end = table.end[b];
-  const double slot = end - (weight - (v - (b * w + low)) * reciprocal * weight);
-  const double whole = std::trunc(slot);
-  const double fraction = std::fabs(slot - whole);
-  // Slots lie within 0..256; far outside that the units in the last place grow past the margin.
-  if (std::fabs(slot) < 4096.0 && fraction > kReciprocalMargin &&
-      fraction < 1.0 - kReciprocalMargin) {
-    return static_cast<int64_t>(whole);
-  }
-  return EqualisedSlot(v, b, w, low, table);
-}
 
 // The three public forms. Status codes as the public header documents them.
 long ColorMapLUTByDataRange(KivRangeImage& image, int mapType, KivColorArray* out);

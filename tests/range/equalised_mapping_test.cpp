@@ -15,6 +15,7 @@
 
 #include "KivLUTSetting.h"
 #include "common/fault_injection.h"
+#include "range/equalisation.h"
 #include "range/range_test_support.h"
 #include "support/log_capture.h"
 #include "tables/colour_tables.h"
