@@ -74,10 +74,10 @@ inline constexpr double kReciprocalMargin = 1e-9;
 inline int EqualisedBinByReciprocal(double v, double w, double reciprocal, double low, double nudge,
                                     int binCount) {
   const double x = (v - low) * reciprocal + nudge;
-  const double whole = std::floor(x);
-  if (x - whole > kReciprocalMargin && (whole + 1.0) - x > kReciprocalMargin && whole >= 0.0 &&
-      whole < binCount) {
-    return static_cast<int>(whole);
+  // Inside [0, binCount) the floor is the truncation, which a plain conversion gives.
+  if (x >= 0.0 && x < binCount) {
+    const int whole = static_cast<int>(x);
+    if (x - whole > kReciprocalMargin && (whole + 1.0) - x > kReciprocalMargin) return whole;
   }
   return EqualisedBin(v, w, low, nudge, binCount);
 }
@@ -88,12 +88,11 @@ inline int64_t EqualisedSlotByReciprocal(double v, int b, double w, double recip
   if (weight == 0) return table.emptyBinSlot[b];
   const double end = table.end[b];
   const double slot = end - (weight - (v - (b * w + low)) * reciprocal * weight);
-  const double whole = std::trunc(slot);
-  const double fraction = std::fabs(slot - whole);
   // Slots lie within 0..256; far outside that the units in the last place grow past the margin.
-  if (std::fabs(slot) < 4096.0 && fraction > kReciprocalMargin &&
-      fraction < 1.0 - kReciprocalMargin) {
-    return static_cast<int64_t>(whole);
+  if (slot > -4096.0 && slot < 4096.0) {
+    const int whole = static_cast<int>(slot);  // truncation toward zero
+    const double fraction = std::fabs(slot - whole);
+    if (fraction > kReciprocalMargin && fraction < 1.0 - kReciprocalMargin) return whole;
   }
   return EqualisedSlot(v, b, w, low, table);
 }

@@ -101,6 +101,26 @@ inline int HistogramBin(T raw, double w, double low, double high) {
   return static_cast<int>(bin);
 }
 
+// HistogramBin with the division v / w replaced by a multiplication by 1 / w wherever that cannot
+// change the bin: the product is within a few units in the last place of the quotient, so unless
+// the bin position lies that close to an integer its floor is the same; then the division decides.
+// lowOverW is low / w, formed as HistogramBin forms it.
+template <typename T>
+inline int HistogramBinByReciprocal(T raw, double w, double reciprocal, double lowOverW, double low,
+                                    double high) {
+  const double v = static_cast<double>(raw);
+  if (low <= v && v <= high) {
+    const double quotient = v * reciprocal;
+    const double x = quotient - lowOverW + 1e-14;
+    if (x >= 0.0 && x < kHistogramBins) {
+      const int whole = static_cast<int>(x);  // the floor, for x >= 0
+      const double margin = std::fabs(quotient) * 1e-15 + 1e-12;
+      if (x - whole > margin && (whole + 1.0) - x > margin) return whole;
+    }
+  }
+  return HistogramBin(raw, w, low, high);
+}
+
 using Histogram = std::vector<uint32_t>;
 
 template <typename T>
@@ -116,8 +136,11 @@ class HistTbbMinMax {
         high_(other.high_) {}
 
   void operator()(const tbb::blocked_range<int>& range) {
+    const double reciprocal = 1.0 / binWidth_;
+    const double lowOverW = low_ / binWidth_;
     for (int i = range.begin(); i != range.end(); ++i) {
-      const int bin = HistogramBin(data_[i], binWidth_, low_, high_);
+      const int bin =
+          HistogramBinByReciprocal(data_[i], binWidth_, reciprocal, lowOverW, low_, high_);
       if (bin >= 0) ++histogram[bin];
     }
   }

@@ -115,6 +115,41 @@ TEST(Statistics, HistogramBinClampsNonFiniteWidths) {
   EXPECT_EQ(HistogramBin<double>(std::nan(""), 1.0, 0.0, 10.0), -1);
 }
 
+// The reciprocal form must give the division's bin everywhere, most of all on bin boundaries and
+// for values far from zero, where v / w is large and its last place coarse.
+TEST(Statistics, ReciprocalHistogramBinEqualsTheDivision) {
+  std::mt19937_64 random(23);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (double low : {0.0, -300.0, 0.1, 1e6, -1e6, 123.456, 3e9}) {
+    for (double width : {255.0, 1.0, 100.0 / 3.0, 3e-6, 2.55e-6, 1e4, 1e300}) {
+      const double high = low + width;
+      const double w = high / 255 - low / 255;
+      if (!(w > 1e-8)) continue;
+      std::vector<double> values;
+      for (int k = 0; k <= 256; ++k) {
+        const double edge = low + k * w;
+        for (double v : {edge, std::nextafter(edge, -1e308), std::nextafter(edge, 1e308),
+                         edge + w * unit(random), edge + w * 0.5}) {
+          values.push_back(v);
+        }
+      }
+      values.push_back(low);
+      values.push_back(high);
+      values.push_back(std::nan(""));
+      const double reciprocal = 1.0 / w, lowOverW = low / w;
+      for (double v : values) {
+        ASSERT_EQ(HistogramBinByReciprocal<double>(v, w, reciprocal, lowOverW, low, high),
+                  HistogramBin<double>(v, w, low, high))
+            << "v " << v << " low " << low << " w " << w;
+        const float f = static_cast<float>(v);
+        ASSERT_EQ(HistogramBinByReciprocal<float>(f, w, reciprocal, lowOverW, low, high),
+                  HistogramBin<float>(f, w, low, high))
+            << "f " << f << " low " << low << " w " << w;
+      }
+    }
+  }
+}
+
 TEST(Statistics, SingleEntryFillUsesInvalidColourOfTheMap) {
   const std::vector<uint16_t> values = {0, 7, 0, 9};
   std::vector<uint8_t> out(12, 77);
