@@ -101,28 +101,35 @@ template ValueStatistics<uint16_t> FindMinMaxOfRawValues(const uint16_t*, int);
 template ValueStatistics<int16_t> FindMinMaxOfRawValues(const int16_t*, int);
 
 template <typename T>
-void ColourLinearParallel(const T* data, int n, float lo, float hi, int mapType, uint8_t* out) {
-  const ColourTable& table = SelectColourTable(mapType);
+void ColourLinearParallel(const T* data, int n, float lo, float hi, const ColourTable& table,
+                          int invalidMapType, uint8_t* out) {
   std::vector<ValueColour> valueColours;
   if constexpr (kHasValueColours<T>) {
     if (UseValueColours<T>(n)) {
-      valueColours = BuildValueColours<T>(lo, hi, table, InvalidColour(mapType));
+      valueColours = BuildValueColours<T>(lo, hi, table, InvalidColour(invalidMapType));
     }
   }
   const std::vector<int> boundaries = ChunkBoundaries(n, ConfiguredWorkerCount());
   const int chunkCount = static_cast<int>(boundaries.size()) - 1;
-  const LUT3DArrayParallelBody<T> body(data, table, out, n, lo, hi, boundaries, mapType,
+  const LUT3DArrayParallelBody<T> body(data, table, out, n, lo, hi, boundaries, invalidMapType,
                                        valueColours.empty() ? nullptr : valueColours.data());
   tbb::parallel_for(tbb::blocked_range<int>(0, chunkCount, 1), body, tbb::auto_partitioner());
 }
 
-template void ColourLinearParallel(const uint8_t*, int, float, float, int, uint8_t*);
-template void ColourLinearParallel(const int8_t*, int, float, float, int, uint8_t*);
-template void ColourLinearParallel(const uint16_t*, int, float, float, int, uint8_t*);
-template void ColourLinearParallel(const int16_t*, int, float, float, int, uint8_t*);
-template void ColourLinearParallel(const int32_t*, int, float, float, int, uint8_t*);
-template void ColourLinearParallel(const float*, int, float, float, int, uint8_t*);
-template void ColourLinearParallel(const double*, int, float, float, int, uint8_t*);
+template void ColourLinearParallel(const uint8_t*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
+template void ColourLinearParallel(const int8_t*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
+template void ColourLinearParallel(const uint16_t*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
+template void ColourLinearParallel(const int16_t*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
+template void ColourLinearParallel(const int32_t*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
+template void ColourLinearParallel(const float*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
+template void ColourLinearParallel(const double*, int, float, float, const ColourTable&, int,
+                                   uint8_t*);
 
 FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, double lowerFraction) {
   FractionCut cut{0.0f, 0.0f};

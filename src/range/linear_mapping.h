@@ -136,9 +136,17 @@ class LUT3DArrayParallelBody {
   const ValueColour* valueColours_;  // null: per-pixel kernel
 };
 
-// Colours n pixels with LUT3DArrayParallelBody, one body call per chunk of ChunkBoundaries.
+// Colours n pixels with LUT3DArrayParallelBody, one body call per chunk of ChunkBoundaries,
+// through `table`; invalid pixels take the invalid colour of invalidMapType.
 template <typename T>
-void ColourLinearParallel(const T* data, int n, float lo, float hi, int mapType, uint8_t* out);
+void ColourLinearParallel(const T* data, int n, float lo, float hi, const ColourTable& table,
+                          int invalidMapType, uint8_t* out);
+
+// The same through the table of mapType, whose invalid colour invalid pixels take.
+template <typename T>
+void ColourLinearParallel(const T* data, int n, float lo, float hi, int mapType, uint8_t* out) {
+  ColourLinearParallel(data, n, lo, hi, SelectColourTable(mapType), mapType, out);
+}
 
 // ---- Bounds cut at fractions of the valid values ----
 
