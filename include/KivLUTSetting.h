@@ -70,6 +70,64 @@ class KivLUTSetting {
   long LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, int mapType,
                          double upperFraction, double lowerFraction);
 
+  // Grey images (KivImage, 1 channel, 8- or 16-bit unsigned samples) to colour images. The
+  // destination receives a new matrix (it then shares that matrix; a destination made from a
+  // caller's buffer is never written into): 8-bit, 3 channels blue first, or 1 channel for map 0.
+  // Checks: no pixels (LUT_ERR_IMAGE_EMPTY), channels other than 1 (LUT_ERR_IMAGE_CHANNELS), other
+  // sample types (LUT_ERR_IMAGE_BIT_DEPTH); the destination is untouched when a check fails. A
+  // null `dst` gives LUT_ERR_PARAM_2 after the documented checks.
+
+  // Linear: 8-bit grey levels index the table directly; 16-bit images are stretched between their
+  // own minimum and maximum. Maps 0 and 7 to 10 give grey. LUT_ERR_PARAM_1: mapType outside 0..10.
+  // Checked in this order: no pixels, mapType, a null dst, then channels and sample type. A
+  // failing colouring gives LUT_ERR_ARRAY_APPLY_FAILED and leaves dst untouched.
+  long LinearSetColorLUT(KivImage& src, KivImage* dst, int mapType);
+  // Histogram-equalised over all 256 entries between the image's valid (non-zero) minimum and
+  // maximum; zero pixels take the first entry, or black when the valid pixels hold at most one
+  // grey level. An 8-bit image under maps 0 and 7 to 10 is copied as grey without equalisation; a
+  // 16-bit one is equalised through the grey table. LUT_ERR_PARAM_1: mapType outside 0..10; a
+  // null `dst` is refused before the channel and sample-type checks; LUT_ERR_ARRAY_APPLY_FAILED:
+  // the colouring failed (the destination is left as it was).
+  long SetColorLUT(KivImage& src, KivImage* dst, int mapType);
+  // Linear between low and high (narrowed to the valid, non-zero, grey levels for 8-bit images;
+  // for 16-bit ones 0 is an ordinary level) over entries indexLow - 1 .. indexHigh - 1; grey
+  // levels below low take `below`, above high `above`, written component 2 first. An 8-bit image
+  // under maps 0 and 7 to 10 is copied as grey. In order: LUT_ERR_PARAM_1: mapType outside
+  // 0..10; LUT_ERR_PARAM_2: a null `dst`, then high < low or a negative bound; LUT_ERR_PARAM_4:
+  // indexLow < 0 or indexHigh < indexLow; LUT_ERR_PARAM_5: indexHigh > 255; only then channels and
+  // sample type. LUT_ERR_ARRAY_APPLY_FAILED: the colouring failed (the destination is left alone).
+  long SetColorLUT(KivImage& src, KivImage* dst, int mapType, int low, int high, int indexLow,
+                   int indexHigh, KivColor below, KivColor above);
+
+  // Flat arrays to colour arrays of one 3-byte colour (blue first) per element; `out` is re-created
+  // when its length differs. Float elements equal to -FLT_MAX, NaN or infinite are invalid.
+
+  // Integer values between low and high over the whole table; values above high are pure red and
+  // values below low black, whatever the map. Runs on the calling thread; `out` is also re-created
+  // when it holds fewer than 3 bytes a colour. LUT_ERR_PARAM_2: mapType outside 0..10;
+  // LUT_ERR_PARAM_1: an empty array; a null `out` gives LUT_ERR_ARRAY_OUTPUT_FAILED.
+  long ColorMapLUT(Kiv3DIntArray& values, int mapType, int low, int high, KivColorArray* out);
+  // Histogram-equalised between the bounds narrowed to the data; invalid elements take entry 0.
+  // Prints "SetColorLUT耗时：<ms>ms" (GBK) on standard output. LUT_ERR_ARRAY_EMPTY: an empty
+  // array; LUT_ERR_PARAM_1: minValue > maxValue; LUT_ERR_PARAM_3: mapType outside 0..10; LUT_OK
+  // once the checks pass, whatever the colouring met.
+  long SetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
+                   KivColorArray* out);
+  // Linear between the bounds as given: below takes entry 0, above 255, inside 1..255; invalid
+  // elements are black for every map. LUT_ERR_ARRAY_EMPTY, LUT_ERR_PARAM_1 and LUT_ERR_PARAM_3 as
+  // above; a null `out` gives LUT_ERR_ARRAY_OUTPUT_FAILED.
+  long LinearSetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
+                         KivColorArray* out);
+
+  // Blends two colour arrays of equal length byte by byte: trunc(a x alpha) + trunc(b x (1 -
+  // alpha)), so 255 and 255 at 0.5 give 254. Once the checks pass, an input with 1 or 4 channels
+  // is converted to 3 channels in place (the caller's array changes) when the two channel counts
+  // differ. `out` takes a's length and channels; it is re-created when its length differs or it
+  // holds too few bytes. LUT_ERR_SIZE_MISMATCH: lengths differ (checked first); LUT_ERR_PARAM_1:
+  // alpha outside [0, 1] (NaN passes); a null `out` gives LUT_ERR_BLEND_OUTPUT_FAILED; a failing
+  // conversion or blend gives LUT_ERR_BLEND_FAILED.
+  long ColorBlend(KivColorArray& a, KivColorArray& b, double alpha, KivColorArray* out);
+
  private:
   // The object's own implementation, or `spare` if it could not be allocated.
   KivLUTSettingImpl& OwnImpl(KivLUTSettingImpl& spare);

@@ -9,9 +9,11 @@ namespace KIVMV {
 
 enum class FaultStage {
   kNone,
-  kOutputSizing,  // reading, clearing or creating the output array
-  kStatistics,    // reading the data type, minimum, maximum and valid count
-  kColouring,     // histogram, tables and the colouring body
+  kOutputSizing,       // reading, clearing or creating the output array
+  kStatistics,         // reading the data type, minimum, maximum and valid count
+  kColouring,          // histogram, tables and the colouring body
+  kChannelConversion,  // bringing two colour arrays to a common channel count
+  kBlending,           // the body of a colour blend
 };
 
 namespace fault_injection_detail {

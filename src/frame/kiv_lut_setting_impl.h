@@ -27,6 +27,26 @@ class KivLUTSettingImpl {
                          KivColorArray* out);
   long LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, int mapType,
                          double upperFraction, double lowerFraction);
+
+  // Grey images (src/image/grey_linear.h, grey_equalised.h, grey_banded.h).
+  long LinearSetColorLUT(KivImage& src, KivImage* dst, int mapType);
+  long SetColorLUT(KivImage& src, KivImage* dst, int mapType);
+  long SetColorLUT(KivImage& src, KivImage* dst, int low, int high, int indexLow, int indexHigh,
+                   KivColor below, KivColor above, int mapType);
+
+  // Flat arrays and blending (src/image/int_array_colouring.h, float_array_colouring.h,
+  // colour_blend.h).
+  long ColorMapLUT(Kiv3DIntArray& values, int mapType, int low, int high, KivColorArray* out);
+  long SetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
+                   KivColorArray* out);
+  long LinearSetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
+                         KivColorArray* out);
+  long ColorBlend(KivColorArray& a, KivColorArray& b, double alpha, KivColorArray* out);
+
+ private:
+  // Scratch for the grey-image routines: the source image's matrix while a call runs. Nothing
+  // reads it back; it carries no state from one call to the next.
+  const void* sourceMatrix_ = nullptr;
 };
 
 }  // namespace KIVMV

@@ -1,0 +1,103 @@
+#include "image/float_array_colouring.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "KivLUTStatus.h"
+#include "common/fault_injection.h"
+#include "range/colour_output.h"
+#include "range/equalisation.h"
+#include "range/linear_mapping.h"
+#include "tables/colour_tables.h"
+
+namespace KIVMV {
+namespace {
+
+// The array routines hand this map type to the colouring bodies whatever the caller chose: it only
+// decides the invalid colour where one is used, entry 5 of the invalid colours, black.
+constexpr int kArrayInvalidMapType = kRgbMap;
+
+}  // namespace
+
+long CheckFloatArrayArguments(const Kiv3DFloatArray& values, float minValue, float maxValue,
+                              int mapType) {
+  if (values.Length() <= 0) return LUT_ERR_ARRAY_EMPTY;
+  if (minValue > maxValue) return LUT_ERR_PARAM_1;
+  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_3;
+  return LUT_OK;
+}
+
+long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
+                             int mapType, KivColorArray* out) {
+  if (const long check = CheckFloatArrayArguments(values, minValue, maxValue, mapType);
+      check != LUT_OK) {
+    return check;
+  }
+  if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
+  const int n = values.Length();
+
+  uint8_t* colours = nullptr;
+  try {
+    colours = PrepareColourOutput(*out, n);
+  } catch (...) {
+    return LUT_ERR_OUTPUT_FAILED;
+  }
+
+  const float* data = values.Data();
+  PixelSummary<float> summary;
+  try {
+    ThrowIfInjected(FaultStage::kStatistics);
+    summary = SummarisePixels(data, n);
+  } catch (...) {
+    return LUT_ERR_STATISTICS_FAILED;
+  }
+
+  // The caller's bounds narrowed to the data, in single precision. With no valid element the data
+  // range is crossed (FLT_MAX above -FLT_MAX) and so are these bounds.
+  const float low = std::max(minValue, summary.stats.minimum);
+  const float high = std::min(maxValue, summary.stats.maximum);
+  try {
+    ThrowIfInjected(FaultStage::kColouring);
+    // Invalid elements take entry 0 of the table itself, and all 256 slots are shared out.
+    const EqualisedColouring how{&SelectColourTable(mapType),
+                                 low,
+                                 high,
+                                 summary.stats.validCount,
+                                 /*reserveIndex0=*/false,
+                                 kArrayInvalidMapType,
+                                 /*widthFromDifference=*/false,
+                                 /*range=*/nullptr};
+    ColourByEqualisation(data, n, summary, how, colours);
+  } catch (...) {
+    return LUT_ERR_APPLY_FAILED;
+  }
+  return LUT_OK;
+}
+
+long LinearSetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
+                                   int mapType, KivColorArray* out) {
+  if (const long check = CheckFloatArrayArguments(values, minValue, maxValue, mapType);
+      check != LUT_OK) {
+    return check;
+  }
+  if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
+  const int n = values.Length();
+
+  uint8_t* colours = nullptr;
+  try {
+    colours = PrepareColourOutput(*out, n);
+  } catch (...) {
+    return LUT_ERR_ARRAY_OUTPUT_FAILED;
+  }
+
+  try {
+    // The bounds are used as given, not narrowed to the data; invalid elements are black.
+    ColourLinearParallel(values.Data(), n, minValue, maxValue, SelectColourTable(mapType),
+                         kArrayInvalidMapType, colours);
+  } catch (...) {
+    return LUT_ERR_ARRAY_APPLY_FAILED;
+  }
+  return LUT_OK;
+}
+
+}  // namespace KIVMV

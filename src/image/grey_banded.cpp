@@ -1,0 +1,99 @@
+#include "image/grey_banded.h"
+
+#include <algorithm>
+#include <type_traits>
+
+#include "KivLUTStatus.h"
+#include "common/fault_injection.h"
+#include "image/grey_equalised.h"
+#include "image/grey_image_checks.h"
+#include "range/colour_output.h"
+#include "range/statistics.h"
+
+namespace KIVMV {
+namespace {
+
+struct BandedRequest {
+  int low;
+  int high;
+  int indexLow;
+  int indexHigh;
+  ColourEntry below;  // as stored, component 2 first
+  ColourEntry above;
+  int mapType;
+};
+
+template <typename T>
+long ColourBanded(const cv::Mat& source, const BandedRequest& request, cv::Mat& result) {
+  int n = 0;
+  cv::Mat pixels;
+  cv::Mat colours;
+  long status = RunGreyStage(FaultStage::kOutputSizing, [&] {
+    n = GreyPixelCount(source);
+    pixels = ContiguousGreyPixels(source);
+    colours.create(source.rows, source.cols, CV_8UC3);
+  });
+  if (status != LUT_OK) return status;
+
+  const T* data = pixels.ptr<T>();
+  double lo = request.low;
+  double hi = request.high;
+  if constexpr (std::is_same_v<T, uint8_t>) {
+    // Only 8-bit bounds are narrowed to the valid grey levels; 16-bit ones stay as the caller
+    // gave them, so there the data may use only part of indexLow..indexHigh.
+    status = RunGreyStage(FaultStage::kStatistics, [&] {
+      const ValueStatistics<uint8_t> extremes = FindMinMaxOfRawValues(data, n);
+      lo = std::max(request.low, static_cast<int>(extremes.minimum));
+      hi = std::min(request.high, static_cast<int>(extremes.maximum));
+    });
+    if (status != LUT_OK) return status;
+  }
+
+  status = RunGreyStage(FaultStage::kColouring, [&] {
+    const SerialLinearMapping mapping{lo,
+                                      hi,
+                                      request.indexLow,
+                                      request.indexHigh,
+                                      request.below,
+                                      request.above,
+                                      &SelectColourTable(request.mapType),
+                                      ColourEntry{}};  // no invalid grey level: never read
+    ColourBandedPixels(data, n, mapping, colours.data);
+  });
+  if (status != LUT_OK) return status;
+
+  return RunGreyStage(FaultStage::kOutputSizing,
+                      [&] { result = ColouredResult(colours, request.mapType); });
+}
+
+}  // namespace
+
+long ColourGreyImageBanded(const KivImage& src, KivImage* dst, int low, int high, int indexLow,
+                           int indexHigh, const KivColor& below, const KivColor& above,
+                           int mapType) noexcept {
+  if (GreyMatrixIsEmpty(src)) return LUT_ERR_IMAGE_EMPTY;
+  if (high < low || low < 0 || high < 0) return LUT_ERR_PARAM_2;
+  if (indexHigh < indexLow || indexLow < 0) return LUT_ERR_PARAM_4;
+  if (indexHigh >= kColourTableSize) return LUT_ERR_PARAM_5;
+  if (const long check = CheckGreyImageFormat(src); check != LUT_OK) return check;
+  if (mapType < 0 || mapType > kLastMapType) return LUT_ERR_PARAM_6;
+  if (dst == nullptr) return LUT_ERR_PARAM_2;
+
+  const cv::Mat& source = src.Mat();
+  const BandedRequest request{
+      low, high, indexLow, indexHigh, StoredColour(below), StoredColour(above), mapType};
+  cv::Mat result;
+  long status = LUT_OK;
+  if (src.BitDepth() == KIV_IMAGE_16U) {
+    status = ColourBanded<uint16_t>(source, request, result);
+  } else if (HasOwnTable(mapType)) {
+    status = ColourBanded<uint8_t>(source, request, result);
+  } else {
+    status = RunGreyStage(FaultStage::kOutputSizing, [&] { result = GreyCopy(source, mapType); });
+  }
+  if (status != LUT_OK) return status;
+  dst->Mat() = result;
+  return LUT_OK;
+}
+
+}  // namespace KIVMV

@@ -1,0 +1,64 @@
+// Histogram-equalised colouring of 8- and 16-bit grey images, and the set-up and result handling
+// that the banded grey colouring (grey_banded.h) shares with it.
+//
+// The destination always receives a matrix made here, assigned to it once everything else has
+// succeeded: its old matrix, which may be a caller's buffer or shared with other images, is never
+// written into, and a failing call leaves it exactly as it was.
+#pragma once
+
+#include <exception>
+#include <opencv2/core.hpp>
+
+#include "KivImage.h"
+#include "KivLUTStatus.h"
+#include "common/fault_injection.h"
+#include "tables/colour_tables.h"
+
+namespace KIVMV {
+
+// The routine behind KivLUTSetting::SetColorLUT(KivImage&, KivImage*, int). The grey levels are
+// equalised between the valid (non-zero) minimum and maximum over all 256 table entries. An 8-bit
+// image under map 0 or 7 to 10 is copied as grey instead (1 channel for map 0, else 3 equal
+// ones); a 16-bit image is always equalised, through the grey table for those maps, and map 0
+// keeps the first channel. Checks: CheckGreyImage, then mapType outside 0..10 (LUT_ERR_PARAM_6),
+// then a null dst (LUT_ERR_PARAM_2). A failure while working gives LUT_ERR_ARRAY_APPLY_FAILED.
+long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) noexcept;
+
+// ---- Shared with the banded colouring ----
+
+// Maps 1 to 6 have a table of their own; 0 and 7 to 10 colour grey.
+inline bool HasOwnTable(int mapType) { return mapType >= kRainbowMap && mapType <= kJetMap; }
+
+// Runs one working stage: LUT_OK, or LUT_ERR_ARRAY_APPLY_FAILED when it throws anything, so that
+// no OpenCV, oneTBB or allocation failure leaves the library as an exception. `stage` names the
+// stage for the tests that make it fail.
+template <typename Work>
+long RunGreyStage(FaultStage stage, Work&& work) noexcept {
+  try {
+    ThrowIfInjected(stage);
+    work();
+    return LUT_OK;
+  } catch (const std::exception&) {
+    return LUT_ERR_ARRAY_APPLY_FAILED;
+  } catch (...) {
+    return LUT_ERR_ARRAY_APPLY_FAILED;
+  }
+}
+
+// The pixel count of a grey matrix, which the colouring engine indexes with an int. Throws
+// std::length_error for a matrix too large for that.
+int GreyPixelCount(const cv::Mat& pixels);
+
+// The pixels in one block, rows end to end: the matrix itself when it is continuous, else a copy
+// (a source wrapping a caller's buffer may have padded rows).
+cv::Mat ContiguousGreyPixels(const cv::Mat& pixels);
+
+// The uncoloured result of an 8-bit image under map 0 or 7 to 10: a single-channel copy of the
+// source for map 0, three copies side by side (blue, green, red all equal) otherwise.
+cv::Mat GreyCopy(const cv::Mat& pixels, int mapType);
+
+// The matrix a destination receives from a CV_8UC3 colouring: the first (blue) channel alone for
+// map 0, the colouring itself otherwise.
+cv::Mat ColouredResult(const cv::Mat& colours, int mapType);
+
+}  // namespace KIVMV
