@@ -7,56 +7,20 @@
 // inputs and outputs already took (meaningful when each benchmark runs in a process of its own,
 // as scripts/bench.sh does).
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
-#include <random>
 #include <vector>
 
 #include "KivLUTSetting.h"
+#include "bench_support.h"
 
 namespace {
 
-constexpr int kWidth = 4096;
-constexpr int kHeight = 3000;
-constexpr int kPixels = kWidth * kHeight;
-
-double PeakResidentMiB() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss / 1024.0;
-}
-
-// The peak once the inputs and outputs exist, taken the first time a benchmark asks: the library
-// runs a benchmark several times, and later runs start from the peak the first one left.
-double BaselineMiB() {
-  static const double baseline = PeakResidentMiB();
-  return baseline;
-}
-
-// A tilted plane with a few bumps and sensor noise, in millimetres; 1 % of the pixels dropped.
-const cv::Mat& HeightsMillimetres() {
-  static const cv::Mat heights = [] {
-    cv::Mat mm(kHeight, kWidth, CV_32F);
-    std::mt19937 random(3);
-    std::normal_distribution<float> noise(0.0f, 0.8f);
-    for (int y = 0; y < kHeight; ++y) {
-      float* row = mm.ptr<float>(y);
-      for (int x = 0; x < kWidth; ++x) {
-        const float bump = 120.0f * std::sin(x * 0.003f) * std::cos(y * 0.004f);
-        row[x] = 900.0f + 0.05f * x + 0.03f * y + bump + noise(random);
-      }
-    }
-    return mm;
-  }();
-  return heights;
-}
-
-bool Dropped(int i) { return (static_cast<unsigned>(i) * 2654435761u) % 100u == 0; }
+using namespace kivlut_bench;
 
 const KIVMV::KivRangeImage& U16Image() {
   static const KIVMV::KivRangeImage image = [] {
@@ -87,11 +51,6 @@ const KIVMV::KivRangeImage& FloatImage() {
 
 const KIVMV::KivRangeImage& Image(int pixelType) {
   return pixelType == KIVMV::KIV_DATA_U16 ? U16Image() : FloatImage();
-}
-
-void Finish(benchmark::State& state, double baselineMiB) {
-  state.counters["pixels"] = kPixels;
-  state.counters["peak_extra_MiB"] = PeakResidentMiB() - baselineMiB;
 }
 
 // Runs one library call per iteration on a reused output array and checks its status once.
@@ -251,5 +210,3 @@ BENCHMARK(BM_LinearColorMapLUT_D_Fractions)
     ->Arg(kF32)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
-
-BENCHMARK_MAIN();

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmarks and runs each in a process of its own (so that the peak-memory counter is
-# its own), then prints nanoseconds per pixel, peak extra memory, and the ratio of every mapping to
-# the anchors of the same pixel type: memcpy of the output (the floor), normalize + applyColorMap,
-# and normalize + equalizeHist + applyColorMap.
+# its own), then prints for every benchmark its time, nanoseconds per pixel, peak extra memory, its
+# ratio to a memcpy of a 3-byte-per-pixel output (the memory floor) and to the OpenCV anchor that
+# does the nearest work on the same data, measured in the same run.
 #   scripts/bench.sh [REPETITIONS]   (default 3; the median is used)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -16,31 +16,51 @@ trap 'rm -f "$results"' EXIT
 for name in $("$bench" --benchmark_list_tests); do
   "$bench" --benchmark_filter="^${name}\$" --benchmark_repetitions="$repetitions" \
     --benchmark_report_aggregates_only=true --benchmark_format=csv 2>/dev/null |
-    grep "_median\"" >> "$results" || true
+    grep -E '^name,|_median"' >> "$results" || true
 done
 
-# CSV: name,iterations,real_time,cpu_time,time_unit,...,peak_extra_MiB,pixels
+# CSV, a header before each benchmark's line: name,iterations,real_time,cpu_time,time_unit,...
+# and then the benchmark's own counters (peak_extra_MiB, pixels) where it reports them.
 awk -F, '
-  function type_of(name) { return name ~ /\/2_median/ ? "u16" : (name ~ /\/5_median/ ? "f32" : "") }
+  # The anchor each mapping is compared with: /2 and /5 mark unsigned 16-bit and float range data,
+  # /8 and /16 the bit depth of grey images.
+  function anchor_of(key,    t) {
+    t = key; sub(/^[^\/]*/, "", t)
+    if (key ~ /^BM_ColorMapLUT_(DataRange|Bounds|ColourRange)\//) return "BM_Anchor_NormalizeEqualizeApplyColorMap" t
+    if (key ~ /^BM_LinearColorMapLUT_/) return "BM_Anchor_NormalizeApplyColorMap" t
+    if (key ~ /^BM_SetColorLUT_FloatArray/) return "BM_Anchor_NormalizeEqualizeApplyColorMap/5"
+    if (key ~ /^BM_LinearSetColorLUT_FloatArray/) return "BM_Anchor_NormalizeApplyColorMap/5"
+    if (key == "BM_SetColorLUT_Equalised/8") return "BM_Anchor_EqualizeApplyColorMap8"
+    if (key == "BM_SetColorLUT_Equalised/16") return "BM_Anchor_NormalizeEqualizeApplyColorMap16"
+    if (key == "BM_SetColorLUT_Banded/8" || key == "BM_LinearSetColorLUT_Grey8") return "BM_Anchor_ApplyColorMap8"
+    if (key == "BM_SetColorLUT_Banded/16" || key == "BM_LinearSetColorLUT_Grey16") return "BM_Anchor_NormalizeApplyColorMap16"
+    if (key ~ /^BM_ColorBlend/) return "BM_Anchor_AddWeighted"
+    return ""
+  }
+  /^name,/ {
+    extra_col = 0; pixels_col = 0
+    for (c = 1; c <= NF; ++c) {
+      h = $c; gsub(/"/, "", h)
+      if (h == "peak_extra_MiB") extra_col = c
+      if (h == "pixels") pixels_col = c
+    }
+    next
+  }
   {
-    name = $1; gsub(/"/, "", name)
+    key = $1; gsub(/"/, "", key); sub(/\/real_time_median$/, "", key); sub(/_median$/, "", key)
     ms = $3; unit = $5; gsub(/"/, "", unit)
     if (unit == "us") ms /= 1000; else if (unit == "ns") ms /= 1e6; else if (unit == "s") ms *= 1000
-    n = split(name, parts, "/"); base = parts[1]
-    t = type_of(name)
-    time[name] = ms; extra[name] = $(NF - 1); order[++count] = name
-    if (base == "BM_Anchor_Memcpy") floor_ms = ms
-    if (base == "BM_Anchor_NormalizeApplyColorMap") linear_anchor[t] = ms
-    if (base == "BM_Anchor_NormalizeEqualizeApplyColorMap") equal_anchor[t] = ms
+    time[key] = ms; order[++count] = key
+    extra[key] = extra_col ? sprintf("%.1f", $extra_col) : "-"; pixels[key] = pixels_col ? $pixels_col : 0
   }
   END {
-    pixels = 4096 * 3000
-    printf "%-46s %9s %9s %10s %9s %9s %9s\n", "benchmark", "ms", "ns/px", "extraMiB", "x memcpy", "x lin", "x equ"
+    floor_ms = time["BM_Anchor_Memcpy"]
+    printf "%-46s %9s %8s %9s %9s %9s  %s\n", "benchmark", "ms", "ns/px", "extraMiB", "x memcpy", "x anchor", "anchor"
     for (i = 1; i <= count; ++i) {
-      name = order[i]; t = type_of(name)
-      lin = (t in linear_anchor) ? sprintf("%.2f", time[name] / linear_anchor[t]) : "-"
-      equ = (t in equal_anchor) ? sprintf("%.2f", time[name] / equal_anchor[t]) : "-"
-      printf "%-46s %9.2f %9.3f %10.1f %9.2f %9s %9s\n", name, time[name], time[name] * 1e6 / pixels,
-             extra[name], time[name] / floor_ms, lin, equ
+      key = order[i]; anchor = anchor_of(key)
+      ratio = (anchor != "" && (anchor in time)) ? sprintf("%.2f", time[key] / time[anchor]) : "-"
+      px = pixels[key] > 0 ? pixels[key] : 4096 * 3000
+      printf "%-46s %9.2f %8.3f %9s %9.2f %9s  %s\n", key, time[key], time[key] * 1e6 / px,
+             extra[key], (floor_ms > 0 ? time[key] / floor_ms : 0), ratio, (anchor == "" ? "-" : anchor)
     }
   }' "$results"
