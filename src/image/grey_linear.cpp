@@ -10,8 +10,8 @@
 #include "KivLUTStatus.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
-#include "frame/argument_checks.h"
 #include "image/grey_image_checks.h"
+#include "image/grey_result.h"
 #include "image/padded_colour.h"
 #include "tables/colour_tables.h"
 
@@ -24,12 +24,12 @@ constexpr size_t kParallelPixels = size_t{1} << 18;
 
 // 8 bits: the grey level is the table index, for maps 1 to 6. Maps 7 to 10 have no table of their
 // own and give the level in all three bytes; map 0 gives a 1-channel copy. Each pixel's colour is
-// looked up once and written straight into the new matrix (the destination's old buffer may be a
-// caller's): the bytes a merge of three copies of the plane followed by a table lookup would give,
-// in one pass instead of two.
-cv::Mat ColourEightBit(const cv::Mat& grey, int mapType) {
+// looked up once and written straight into the result matrix (see ResultMatrix): the bytes a merge
+// of three copies of the plane followed by a table lookup would give, in one pass instead of two.
+cv::Mat ColourEightBit(const cv::Mat& grey, int mapType, const KivImage& dst) {
   ThrowIfInjected(FaultStage::kColouring);
   if (mapType == kGreyMap) return grey.clone();
+  cv::Mat colour = ResultMatrix(dst, grey, CV_8UC3);
 
   const bool hasTable = mapType >= kRainbowMap && mapType <= kJetMap;
   const ColourTable& table = SelectColourTable(mapType);
@@ -40,7 +40,6 @@ cv::Mat ColourEightBit(const cv::Mat& grey, int mapType) {
         hasTable ? Pad(table[static_cast<size_t>(g)]) : PaddedColour{{level, level, level, 0}};
   }
 
-  cv::Mat colour(grey.rows, grey.cols, CV_8UC3);
   const int rows = grey.rows;
   const int cols = grey.cols;
   // Each thread writes only its own rows of the new matrix.
@@ -145,16 +144,16 @@ cv::Mat ColourSixteenBit(const cv::Mat& grey, int mapType) {
 
 long LinearSetColorLUTOnGreyImage(const KivImage& src, KivImage* dst, int mapType) {
   if (const long check = CheckGreyImage(src); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_1;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
   cv::Mat colour;
   try {
-    colour = src.BitDepth() == KIV_IMAGE_8U ? ColourEightBit(src.Mat(), mapType)
+    colour = src.BitDepth() == KIV_IMAGE_8U ? ColourEightBit(src.Mat(), mapType, *dst)
                                             : ColourSixteenBit(src.Mat(), mapType);
   } catch (...) {
     return LUT_ERR_ARRAY_APPLY_FAILED;
   }
-  // Assigned, not copied into: dst shares the new matrix and its old buffer is left alone.
+  // Assigned: dst shares the result, and a buffer it shared with anyone else is left alone.
   dst->Mat() = colour;
   return LUT_OK;
 }

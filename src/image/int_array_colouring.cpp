@@ -6,7 +6,6 @@
 #include "KivLUTStatus.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
-#include "frame/argument_checks.h"
 #include "image/padded_colour.h"
 #include "range/colour_output.h"
 #include "tables/colour_tables.h"
@@ -32,7 +31,7 @@ uint8_t LinearIndex(double v, double low, double high) {
 
 long ColorMapLUTOnIntArray(const Kiv3DIntArray& values, int mapType, int low, int high,
                            KivColorArray* out) {
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_2;
+  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_2;
   const int n = values.Length();
   if (n <= 0) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;

@@ -183,6 +183,41 @@ TEST(GreyLinear, EightBitMatchesReference) {
   }
 }
 
+// A destination that alone owns a buffer of the result's shape is written in place; one that shares
+// its pixels with another image, or wraps a caller's memory, gets a new matrix and the old pixels
+// stay as they were.
+TEST(GreyLinear, EightBitDestinationBufferIsReusedOnlyWhenItsOwnAlone) {
+  std::mt19937_64 random(41);
+  auto grey = RandomGreyImage<uint8_t>(37, 21, 0, random);
+  const cv::Mat want = RefLinear(grey->image.Mat(), kJetMap);
+  auto same = [&](const KivImage& image) {
+    return image.Mat().type() == want.type() && image.Mat().size() == want.size() &&
+           cv::norm(image.Mat(), want, cv::NORM_INF) == 0.0;
+  };
+  KivLUTSetting lut;
+
+  KivImage owned(37, 21, 3, KIV_IMAGE_8U);
+  const unsigned char* ownedBuffer = owned.Data();
+  ASSERT_EQ(lut.LinearSetColorLUT(grey->image, &owned, kJetMap), LUT_OK);
+  EXPECT_EQ(owned.Data(), ownedBuffer);
+  EXPECT_TRUE(same(owned));
+
+  KivImage shared(37, 21, 3, KIV_IMAGE_8U);
+  const KivImage other = shared;  // shares the pixels
+  ASSERT_EQ(lut.LinearSetColorLUT(grey->image, &shared, kJetMap), LUT_OK);
+  EXPECT_NE(shared.Data(), other.Data());
+  EXPECT_EQ(cv::countNonZero(other.Mat().reshape(1)), 0);  // still the zeros it was made with
+  EXPECT_TRUE(same(shared));
+
+  std::vector<unsigned char> callerMemory(37 * 21 * 3, 0x5A);
+  KivImage wrapped(callerMemory.data(), 37, 21, 3, 37 * 3, KIV_IMAGE_8U);
+  ASSERT_EQ(lut.LinearSetColorLUT(grey->image, &wrapped, kJetMap), LUT_OK);
+  EXPECT_NE(wrapped.Data(), callerMemory.data());
+  EXPECT_TRUE(std::all_of(callerMemory.begin(), callerMemory.end(),
+                          [](unsigned char b) { return b == 0x5A; }));
+  EXPECT_TRUE(same(wrapped));
+}
+
 TEST(GreyLinear, SixteenBitMatchesReference) {
   std::mt19937_64 random(12);
   for (const auto& [width, height] : GreyImageSizes()) {
