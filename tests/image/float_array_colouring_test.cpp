@@ -16,6 +16,7 @@
 #include "frame/end_messages.h"
 #include "range/range_test_support.h"
 #include "support/log_capture.h"
+#include "support/reference_helpers.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -23,15 +24,10 @@ namespace {
 
 using testing_support::LoadRealFrames;
 using testing_support::ReferenceIsValid;
+using testing_support::X86Truncate;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
-
-// What x86-64 gives for (int64_t)x.
-int64_t X86Truncate(double x) {
-  if (std::isnan(x) || x >= 9223372036854775808.0 || x < -9223372036854775808.0) return INT64_MIN;
-  return static_cast<int64_t>(x);
-}
 
 using Bytes = std::vector<uint8_t>;
 

@@ -17,6 +17,7 @@
 #include "frame/kiv_lut_setting_impl.h"
 #include "image/image_test_support.h"
 #include "support/log_capture.h"
+#include "support/reference_helpers.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -25,42 +26,15 @@ namespace {
 using testing_support::GreyImage;
 using testing_support::GreyImageFrom;
 using testing_support::GreyImageSizes;
+using testing_support::GreyLevels;
 using testing_support::LoadRealGreyFrames;
+using testing_support::MatBytes;
 using testing_support::RandomGreyImage;
+using testing_support::TableOf;
+using testing_support::X86Truncate;
 
 // ---------------------------------------------------------------------------------------------
 // A plain serial restatement of the banded grey colouring, one pixel at a time.
-
-// What x86-64 gives for (int64_t)x: truncation, or INT64_MIN for NaN and out of range.
-int64_t X86Truncate(double x) {
-  if (std::isnan(x) || x >= 9223372036854775808.0 || x < -9223372036854775808.0) return INT64_MIN;
-  return static_cast<int64_t>(x);
-}
-
-const ColourTable& TableOf(int mapType) {
-  const ColourTable* tables[] = {&kGreyTable,      &kRainbowTable,     &kHotMetalTable,
-                                 &kDivergingTable, &kIsoluminantTable, &kRgbTable,
-                                 &kJetTable};
-  return mapType >= 1 && mapType <= 6 ? *tables[mapType] : kGreyTable;
-}
-
-std::vector<int> GreyLevels(const cv::Mat& pixels) {
-  std::vector<int> levels;
-  for (int y = 0; y < pixels.rows; ++y) {
-    for (int x = 0; x < pixels.cols; ++x) {
-      levels.push_back(pixels.depth() == CV_8U ? pixels.at<uint8_t>(y, x)
-                                               : pixels.at<uint16_t>(y, x));
-    }
-  }
-  return levels;
-}
-
-std::vector<uint8_t> MatBytes(const cv::Mat& m) {
-  std::vector<uint8_t> bytes;
-  const size_t row = static_cast<size_t>(m.cols) * m.elemSize();
-  for (int y = 0; y < m.rows; ++y) bytes.insert(bytes.end(), m.ptr(y), m.ptr(y) + row);
-  return bytes;
-}
 
 struct Request {
   int mapType = 1;

@@ -18,6 +18,7 @@
 #include "range/equalisation.h"
 #include "range/range_test_support.h"
 #include "support/log_capture.h"
+#include "support/reference_helpers.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -28,6 +29,7 @@ using testing_support::LoadRealFrames;
 using testing_support::RandomRangeImage;
 using testing_support::ReferenceIsValid;
 using testing_support::TestSizes;
+using testing_support::X86Truncate;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -46,12 +48,6 @@ struct Request {
   KivColor below;
   KivColor above;
 };
-
-// What x86-64 gives for (int64_t)x: truncation, or INT64_MIN for NaN and out of range.
-int64_t X86Truncate(double x) {
-  if (std::isnan(x) || x >= 9223372036854775808.0 || x < -9223372036854775808.0) return INT64_MIN;
-  return static_cast<int64_t>(x);
-}
 
 std::vector<uint8_t> Entry(int mapType, int64_t index) {
   const ColourEntry& e = SelectColourTable(mapType)[std::clamp<int64_t>(index, 0, 255)];
