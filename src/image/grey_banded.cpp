@@ -79,21 +79,16 @@ long ColourGreyImageBanded(const KivImage& src, KivImage* dst, int low, int high
   if (mapType < 0 || mapType > kLastMapType) return LUT_ERR_PARAM_6;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
-  const cv::Mat& source = src.Mat();
   const BandedRequest request{
       low, high, indexLow, indexHigh, StoredColour(below), StoredColour(above), mapType};
-  cv::Mat result;
-  long status = LUT_OK;
-  if (src.BitDepth() == KIV_IMAGE_16U) {
-    status = ColourBanded<uint16_t>(source, request, result);
-  } else if (HasOwnTable(mapType)) {
-    status = ColourBanded<uint8_t>(source, request, result);
-  } else {
-    status = RunGreyStage(FaultStage::kOutputSizing, [&] { result = GreyCopy(source, mapType); });
-  }
-  if (status != LUT_OK) return status;
-  dst->Mat() = result;
-  return LUT_OK;
+  return ColourGreyImageByDepth(
+      src, dst, mapType,
+      [&](const cv::Mat& source, cv::Mat& result) {
+        return ColourBanded<uint16_t>(source, request, result);
+      },
+      [&](const cv::Mat& source, cv::Mat& result) {
+        return ColourBanded<uint8_t>(source, request, result);
+      });
 }
 
 }  // namespace KIVMV

@@ -90,20 +90,14 @@ long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) n
   if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_6;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
-  const cv::Mat& source = src.Mat();
-  cv::Mat result;
-  long status = LUT_OK;
-  if (src.BitDepth() == KIV_IMAGE_16U) {
-    status = Equalise<uint16_t>(source, mapType, result);
-  } else if (HasOwnTable(mapType)) {
-    status = Equalise<uint8_t>(source, mapType, result);
-  } else {
-    // 8-bit grey maps are final as plain copies: no table, no equalisation.
-    status = RunGreyStage(FaultStage::kOutputSizing, [&] { result = GreyCopy(source, mapType); });
-  }
-  if (status != LUT_OK) return status;
-  dst->Mat() = result;
-  return LUT_OK;
+  return ColourGreyImageByDepth(
+      src, dst, mapType,
+      [&](const cv::Mat& source, cv::Mat& result) {
+        return Equalise<uint16_t>(source, mapType, result);
+      },
+      [&](const cv::Mat& source, cv::Mat& result) {
+        return Equalise<uint8_t>(source, mapType, result);
+      });
 }
 
 }  // namespace KIVMV

@@ -61,4 +61,27 @@ cv::Mat GreyCopy(const cv::Mat& pixels, int mapType);
 // map 0, the colouring itself otherwise.
 cv::Mat ColouredResult(const cv::Mat& colours, int mapType);
 
+// Colours a checked grey image by its depth and hands the result to `dst`: 16-bit images, and
+// 8-bit ones under maps with a table, through colourSixteen(source, result) or
+// colourEight(source, result), which return a status; 8-bit ones under the grey maps as a plain
+// copy. The destination receives the result only when everything succeeded.
+template <typename ColourSixteen, typename ColourEight>
+long ColourGreyImageByDepth(const KivImage& src, KivImage* dst, int mapType,
+                            ColourSixteen&& colourSixteen, ColourEight&& colourEight) noexcept {
+  const cv::Mat& source = src.Mat();
+  cv::Mat result;
+  long status = LUT_OK;
+  if (src.BitDepth() == KIV_IMAGE_16U) {
+    status = colourSixteen(source, result);
+  } else if (HasOwnTable(mapType)) {
+    status = colourEight(source, result);
+  } else {
+    // 8-bit grey maps are final as plain copies: no table, no equalisation.
+    status = RunGreyStage(FaultStage::kOutputSizing, [&] { result = GreyCopy(source, mapType); });
+  }
+  if (status != LUT_OK) return status;
+  dst->Mat() = result;
+  return LUT_OK;
+}
+
 }  // namespace KIVMV
