@@ -32,7 +32,7 @@ inline const ColourEntry& BandedColour(T grey, const SerialLinearMapping& m) {
 template <typename T>
 void ColourBandedPixels(const T* data, int n, const SerialLinearMapping& mapping, uint8_t* out) {
   if (UseValueColours<T>(n)) {
-    const std::vector<ValueColour> colours = TabulateValueColours<T>(
+    const std::vector<PaddedColour> colours = TabulateValueColours<T>(
         [&](T v) -> const ColourEntry& { return BandedColour(v, mapping); });
     ColourByLookup(data, n, colours, out);
     return;

@@ -12,8 +12,8 @@
 #include "common/numeric_helpers.h"
 #include "image/grey_image_checks.h"
 #include "image/grey_result.h"
-#include "image/padded_colour.h"
 #include "tables/colour_tables.h"
+#include "tables/padded_colour.h"
 
 namespace KIVMV {
 namespace {
@@ -97,7 +97,7 @@ void ColourSixteenBitRows(const cv::Mat& grey, ColourOf colourOf, cv::Mat& colou
     const uint16_t* in = grey.ptr<uint16_t>(y);
     uint8_t* out = colour.ptr<uint8_t>(y);
     if (onePlane) {
-      for (int x = 0; x < cols; ++x) out[x] = colourOf(in[x]).bytes[0];
+      for (int x = 0; x < cols; ++x) out[x] = colourOf(in[x])[0];
     } else {
       WriteColours(
           cols, [&](int64_t x) { return colourOf(in[x]); }, out);

@@ -6,9 +6,9 @@
 #include "KivLUTStatus.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
-#include "image/padded_colour.h"
 #include "range/colour_output.h"
 #include "tables/colour_tables.h"
+#include "tables/padded_colour.h"
 
 namespace KIVMV {
 namespace {

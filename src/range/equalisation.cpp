@@ -258,7 +258,7 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
 
   if constexpr (kHasValueColours<T>) {
     // Only the values that occur are worth colouring.
-    std::vector<ValueColour> byValue(kRawValueCount<T>);
+    std::vector<PaddedColour> byValue(kRawValueCount<T>);
     for (int index = 0; index < kRawValueCount<T>; ++index) {
       if (summary.rawCounts[index] == 0) continue;
       const T v = RawValueAtIndex<T>(index);

@@ -103,7 +103,7 @@ template ValueStatistics<int16_t> FindMinMaxOfRawValues(const int16_t*, int);
 template <typename T>
 void ColourLinearParallel(const T* data, int n, float lo, float hi, const ColourTable& table,
                           int invalidMapType, uint8_t* out) {
-  std::vector<ValueColour> valueColours;
+  std::vector<PaddedColour> valueColours;
   if constexpr (kHasValueColours<T>) {
     if (UseValueColours<T>(n)) {
       valueColours = BuildValueColours<T>(lo, hi, table, InvalidColour(invalidMapType));
@@ -187,7 +187,7 @@ void ColourLinearSerial(const T* data, int n, const SerialLinearMapping& mapping
   ThrowIfInjected(FaultStage::kColouring);
   if constexpr (kHasValueColours<T>) {
     if (UseValueColours<T>(n)) {
-      const std::vector<ValueColour> colours = BuildSerialValueColours<T>(mapping);
+      const std::vector<PaddedColour> colours = BuildSerialValueColours<T>(mapping);
       ColourByValue(data, 0, n, colours.data(), out);
       return;
     }

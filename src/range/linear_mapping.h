@@ -62,8 +62,8 @@ inline const ColourEntry& LinearColour(T v, float lo, float hi, const ColourTabl
 
 // LinearColour for every raw value of an 8- or 16-bit type.
 template <typename T>
-std::vector<ValueColour> BuildValueColours(float lo, float hi, const ColourTable& table,
-                                           const ColourEntry& invalid) {
+std::vector<PaddedColour> BuildValueColours(float lo, float hi, const ColourTable& table,
+                                            const ColourEntry& invalid) {
   return TabulateValueColours<T>(
       [&](T v) -> const ColourEntry& { return LinearColour(v, lo, hi, table, invalid); });
 }
@@ -87,7 +87,7 @@ class LUT3DArrayParallelBody {
  public:
   LUT3DArrayParallelBody(const T* data, const ColourTable& table, uint8_t* out, int n, float lo,
                          float hi, const std::vector<int>& boundaries, int mapType,
-                         const ValueColour* valueColours)
+                         const PaddedColour* valueColours)
       : data_(data),
         table_(&table),
         out_(out),
@@ -133,7 +133,7 @@ class LUT3DArrayParallelBody {
   float hi_;
   const std::vector<int>* boundaries_;
   int mapType_;
-  const ValueColour* valueColours_;  // null: per-pixel kernel
+  const PaddedColour* valueColours_;  // null: per-pixel kernel
 };
 
 // Colours n pixels with LUT3DArrayParallelBody, one body call per chunk of ChunkBoundaries,
@@ -194,7 +194,7 @@ inline const ColourEntry& SerialLinearColour(T raw, const SerialLinearMapping& m
 
 // SerialLinearColour for every raw value of an 8- or 16-bit type.
 template <typename T>
-std::vector<ValueColour> BuildSerialValueColours(const SerialLinearMapping& m) {
+std::vector<PaddedColour> BuildSerialValueColours(const SerialLinearMapping& m) {
   return TabulateValueColours<T>(
       [&](T v) -> const ColourEntry& { return SerialLinearColour(v, m); });
 }

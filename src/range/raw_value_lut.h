@@ -21,6 +21,7 @@
 
 #include "common/load_time_config.h"
 #include "tables/colour_tables.h"
+#include "tables/padded_colour.h"
 
 namespace KIVMV {
 
@@ -31,10 +32,6 @@ inline constexpr bool kHasValueColours = std::is_integral_v<T> && sizeof(T) <= 2
 // The lowest raw value of T, for 8- and 16-bit pixels also the invalid marker.
 template <typename T>
 inline constexpr T kLowestRaw = std::numeric_limits<T>::min();
-
-// A colour in a four-byte slot (the fourth byte is 0), so that a pixel is copied with one load and
-// one store.
-using ValueColour = std::array<uint8_t, 4>;
 
 template <typename T>
 inline size_t ValueColourIndex(T v) {
@@ -54,28 +51,24 @@ inline bool UseValueColours(int n) {
 // colourOf(v) for every raw value v of T, indexed by ValueColourIndex. A kernel tabulated this way
 // colours by lookup exactly as it would per pixel.
 template <typename T, typename ColourOf>
-std::vector<ValueColour> TabulateValueColours(ColourOf&& colourOf) {
+std::vector<PaddedColour> TabulateValueColours(ColourOf&& colourOf) {
   static_assert(kHasValueColours<T>);
   constexpr int kLowest = kLowestRaw<T>;
   constexpr int kHighest = std::numeric_limits<T>::max();
-  std::vector<ValueColour> colours(static_cast<size_t>(kHighest - kLowest + 1));
+  std::vector<PaddedColour> colours(static_cast<size_t>(kHighest - kLowest + 1));
   for (int value = kLowest; value <= kHighest; ++value) {
     const ColourEntry& c = colourOf(static_cast<T>(value));
-    colours[static_cast<size_t>(value - kLowest)] = {c[0], c[1], c[2], 0};
+    colours[static_cast<size_t>(value - kLowest)] = Pad(c);
   }
   return colours;
 }
 
-// Colours pixels begin..end-1 by lookup. Four bytes are stored per pixel and the next pixel
-// overwrites the fourth; the last pixel stores three, so nothing is written past pixel end - 1.
+// Colours pixels begin..end-1 by lookup; nothing is written past pixel end - 1.
 template <typename T>
-void ColourByValue(const T* data, int begin, int end, const ValueColour* colours, uint8_t* out) {
-  if (begin >= end) return;
-  uint8_t* pixel = out + 3 * static_cast<size_t>(begin);
-  for (int i = begin; i < end - 1; ++i, pixel += 3) {
-    std::memcpy(pixel, colours[ValueColourIndex(data[i])].data(), 4);
-  }
-  std::memcpy(pixel, colours[ValueColourIndex(data[end - 1])].data(), 3);
+void ColourByValue(const T* data, int begin, int end, const PaddedColour* colours, uint8_t* out) {
+  WriteColours(
+      end - begin, [&](int64_t i) { return colours[ValueColourIndex(data[begin + i])]; },
+      out + 3 * static_cast<size_t>(begin));
 }
 
 template <typename T>
@@ -114,7 +107,7 @@ std::vector<uint32_t> CountRawValues(const T* data, int n) {
 
 // Colours n pixels by lookup, in parallel.
 template <typename T>
-void ColourByLookup(const T* data, int n, const std::vector<ValueColour>& colours, uint8_t* out) {
+void ColourByLookup(const T* data, int n, const std::vector<PaddedColour>& colours, uint8_t* out) {
   tbb::parallel_for(
       tbb::blocked_range<int>(0, n, GrainSize(n)),
       [data, &colours, out](const tbb::blocked_range<int>& range) {

@@ -679,12 +679,12 @@ void CheckValueColours(std::mt19937_64& random) {
     const int mapType = RandomMapType(random);
     const ColourTable& table = SelectColourTable(mapType);
     const ColourEntry& invalid = InvalidColour(mapType);
-    const std::vector<ValueColour> colours = BuildValueColours<T>(lo, hi, table, invalid);
+    const std::vector<PaddedColour> colours = BuildValueColours<T>(lo, hi, table, invalid);
     ASSERT_EQ(colours.size(), size_t{1} << (8 * sizeof(T)));
     int kernelMismatches = 0, referenceMismatches = 0, fourthBytes = 0;
     for (int v = std::numeric_limits<T>::min(); v <= std::numeric_limits<T>::max(); ++v) {
       const T value = static_cast<T>(v);
-      const ValueColour& slot = colours[ValueColourIndex(value)];
+      const PaddedColour& slot = colours[ValueColourIndex(value)];
       const ColourEntry looked{slot[0], slot[1], slot[2]};
       if (slot[3] != 0) ++fourthBytes;
       if (looked != LinearColour(value, lo, hi, table, invalid)) ++kernelMismatches;
@@ -725,12 +725,12 @@ void CheckSerialValueColours(std::mt19937_64& random) {
                                 StoredColour(p.over),
                                 &SelectColourTable(p.mapType),
                                 InvalidColour(p.mapType)};
-    const std::vector<ValueColour> colours = BuildSerialValueColours<T>(m);
+    const std::vector<PaddedColour> colours = BuildSerialValueColours<T>(m);
     ASSERT_EQ(colours.size(), size_t{1} << (8 * sizeof(T)));
     int kernelMismatches = 0, referenceMismatches = 0;
     for (int v = std::numeric_limits<T>::min(); v <= std::numeric_limits<T>::max(); ++v) {
       const T value = static_cast<T>(v);
-      const ValueColour& slot = colours[ValueColourIndex(value)];
+      const PaddedColour& slot = colours[ValueColourIndex(value)];
       const ColourEntry looked{slot[0], slot[1], slot[2]};
       if (looked != SerialLinearColour(value, m) || slot[3] != 0) ++kernelMismatches;
       if (looked != RefSerialColour(value, low, high, p)) ++referenceMismatches;
