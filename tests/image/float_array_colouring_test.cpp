@@ -16,6 +16,7 @@
 #include "frame/end_messages.h"
 #include "range/range_test_support.h"
 #include "support/log_capture.h"
+#include "support/reference_equalisation.h"
 #include "support/reference_helpers.h"
 #include "tables/colour_tables.h"
 
@@ -23,6 +24,7 @@ namespace KIVMV {
 namespace {
 
 using testing_support::LoadRealFrames;
+using testing_support::ReferenceAllotSlots;
 using testing_support::ReferenceIsValid;
 using testing_support::X86Truncate;
 
@@ -86,24 +88,7 @@ Bytes ReferenceEqualised(const std::vector<float>& values, float minValue, float
     int64_t b = X86Truncate(std::floor(v / w - low / w + 1e-14));
     hist[std::clamp<int64_t>(b, 0, 255)]++;
   }
-  std::vector<std::pair<double, int>> shares;
-  for (int b = 0; b < B; ++b) shares.push_back({double(hist[b]) / count * B, b});
-  std::stable_sort(shares.begin(), shares.end(),
-                   [](const auto& x, const auto& y) { return x.first > y.first; });
-  std::vector<int64_t> weight(B, 0), end(B, 0);
-  int64_t total = 0;
-  for (const auto& [share, b] : shares) {
-    const int64_t r = std::max<int64_t>(1, X86Truncate(std::round(share)));
-    total += r;
-    weight[b] = total < B ? r : 0;
-  }
-  std::vector<int> nonEmpty;
-  int64_t run = 0;
-  for (int b = 0; b < B; ++b) {
-    run += weight[b];
-    end[b] = run;
-    if (weight[b] > 0) nonEmpty.push_back(b);
-  }
+  const auto slots = ReferenceAllotSlots(hist, count, B, w, low);
   for (float f : values) {
     if (!ReferenceIsValid(f)) {
       Put(out, table[0]);
@@ -121,22 +106,7 @@ Bytes ReferenceEqualised(const std::vector<float>& values, float minValue, float
     int64_t b = X86Truncate(std::floor((v - low) / w + 1e-14));
     if (b == B) b = B - 1;
     b = std::clamp<int64_t>(b, 0, B - 1);
-    int64_t slot;
-    if (weight[b] > 0) {
-      slot =
-          X86Truncate(double(end[b]) - (double(weight[b]) - (v - (b * w + low)) / w * weight[b]));
-    } else {
-      int best = 10000, nearest = 0;
-      bool above = false;
-      for (int c : nonEmpty) {
-        if (std::abs(int(b) - c) < best) {
-          best = std::abs(int(b) - c);
-          nearest = c;
-          above = b > c;
-        }
-      }
-      slot = above ? end[nearest] : end[nearest] - weight[nearest] + 1;
-    }
+    const int64_t slot = slots.SlotOf(v, static_cast<int>(b));
     Put(out, table[std::clamp<int64_t>(slot, 0, 255)]);
   }
   return out;

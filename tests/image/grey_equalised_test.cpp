@@ -20,6 +20,7 @@
 #include "frame/kiv_lut_setting_impl.h"
 #include "image/image_test_support.h"
 #include "support/log_capture.h"
+#include "support/reference_equalisation.h"
 #include "support/reference_helpers.h"
 #include "tables/colour_tables.h"
 
@@ -33,6 +34,7 @@ using testing_support::GreyLevels;
 using testing_support::LoadRealGreyFrames;
 using testing_support::MatBytes;
 using testing_support::RandomGreyImage;
+using testing_support::ReferenceAllotSlots;
 using testing_support::TableOf;
 using testing_support::X86Truncate;
 
@@ -96,43 +98,8 @@ cv::Mat ReferenceEqualised(const cv::Mat& src, int mapType) {
     const int64_t b = X86Truncate(std::floor(x / w - low / w + 1e-14));
     hist[std::clamp<int64_t>(b, 0, 255)]++;
   }
-  // Shares of all valid pixels, largest first, equal shares in bin order.
-  std::vector<std::pair<double, int>> shares;
-  for (int b = 0; b < B; ++b) shares.push_back({double(hist[b]) / count * B, b});
-  std::stable_sort(shares.begin(), shares.end(),
-                   [](const auto& a, const auto& b) { return a.first > b.first; });
-  // Slots: at least one each, until the running total reaches B.
-  std::vector<int64_t> weight(B, 0), end(B, 0);
-  int64_t total = 0;
-  for (const auto& [share, b] : shares) {
-    const int64_t r = std::max<int64_t>(1, X86Truncate(std::round(share)));
-    total += r;
-    weight[b] = total < B ? r : 0;
-  }
-  std::vector<int> nonEmpty;
-  int64_t run = 0;
-  for (int b = 0; b < B; ++b) {
-    run += weight[b];
-    end[b] = run;
-    if (weight[b] >= 1) nonEmpty.push_back(b);
-  }
-  auto slotOf = [&](double x, int b) -> int64_t {
-    if (weight[b] > 0) {
-      return X86Truncate(double(end[b]) -
-                         (double(weight[b]) - (x - (b * w + low)) / w * double(weight[b])));
-    }
-    // The nearest bin with slots, the lower on a tie; with none, bin 0 from below.
-    int best = 10000, nearest = 0;
-    bool above = false;
-    for (int c : nonEmpty) {
-      if (std::abs(b - c) < best) {
-        best = std::abs(b - c);
-        nearest = c;
-        above = b > c;
-      }
-    }
-    return above ? end[nearest] : end[nearest] - weight[nearest] + 1;
-  };
+  const auto slots = ReferenceAllotSlots(hist, count, B, w, low);
+  auto slotOf = [&](double x, int b) { return slots.SlotOf(x, b); };
 
   for (int i = 0; i < n; ++i) {
     const double x = v[i];

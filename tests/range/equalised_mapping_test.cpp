@@ -18,6 +18,7 @@
 #include "range/equalisation.h"
 #include "range/range_test_support.h"
 #include "support/log_capture.h"
+#include "support/reference_equalisation.h"
 #include "support/reference_helpers.h"
 #include "tables/colour_tables.h"
 
@@ -27,6 +28,7 @@ namespace {
 using testing_support::ForEachPixelType;
 using testing_support::LoadRealFrames;
 using testing_support::RandomRangeImage;
+using testing_support::ReferenceAllotSlots;
 using testing_support::ReferenceIsValid;
 using testing_support::TestSizes;
 using testing_support::X86Truncate;
@@ -112,40 +114,8 @@ std::vector<uint8_t> ReferenceEqualised(const KivRangeImage& image, const Reques
     int64_t b = X86Truncate(std::floor(v / w - low / w + 1e-14));
     hist[std::clamp<int64_t>(b, 0, 255)]++;
   }
-  std::vector<std::pair<double, int>> shares;
-  for (int b = 0; b < B; ++b) shares.push_back({double(hist[b]) / count * B, b});
-  std::stable_sort(shares.begin(), shares.end(),
-                   [](const auto& a, const auto& b) { return a.first > b.first; });
-  std::vector<int64_t> weight(256, 0), end(256, 0);
-  int64_t total = 0;
-  for (const auto& [share, b] : shares) {
-    const int64_t r = std::max<int64_t>(1, X86Truncate(std::round(share)));
-    total += r;
-    weight[b] = total < B ? r : 0;
-  }
-  std::vector<int> nonEmpty;
-  int64_t run = 0;
-  for (int b = 0; b < B; ++b) {
-    run += weight[b];
-    end[b] = run;
-    if (weight[b] >= 1) nonEmpty.push_back(b);
-  }
-  auto slotOf = [&](double v, int b) -> int64_t {
-    if (weight[b] > 0) {
-      return X86Truncate(double(end[b]) -
-                         (double(weight[b]) - (v - (b * w + low)) / w * double(weight[b])));
-    }
-    int best = 10000, nearest = 0;
-    bool above = false;
-    for (int c : nonEmpty) {
-      if (std::abs(b - c) < best) {
-        best = std::abs(b - c);
-        nearest = c;
-        above = b > c;
-      }
-    }
-    return above ? end[nearest] : end[nearest] - weight[nearest] + 1;
-  };
+  const auto slots = ReferenceAllotSlots(hist, count, B, w, low);
+  auto slotOf = [&](double v, int b) { return slots.SlotOf(v, b); };
   auto binOf = [&](double v, double nudge) {
     int64_t b = X86Truncate(std::floor((v - low) / w + nudge));
     if (b == B) b = B - 1;
