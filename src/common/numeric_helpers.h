@@ -5,6 +5,8 @@
 // and called everywhere, so the behaviour is stated in one place and sanitizers stay quiet.
 #pragma once
 
+#include <cfloat>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 
@@ -48,6 +50,20 @@ constexpr int32_t WrappingSubtract32(int32_t a, int32_t b) {
 // |a| in 32-bit two's-complement arithmetic: |INT_MIN| wraps to INT_MIN and stays negative.
 constexpr int32_t WrappingAbs32(int32_t a) {
   return a >= 0 ? a : static_cast<int32_t>(0u - static_cast<uint32_t>(a));
+}
+
+// A double narrowed to float as IEEE 754 rounds it: beyond the float range by half a unit in the
+// last place or more gives an infinity, just beyond it FLT_MAX, NaN stays NaN. C++ leaves the
+// out-of-range conversion undefined, so it is spelled out here.
+inline float NarrowToFloat(double value) {
+  // FLT_MAX plus half its last unit: the tie rounds to the even neighbour, the infinity.
+  constexpr double kRoundsToInfinity = 0x1.ffffffp+127;
+  if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
+  if (value >= kRoundsToInfinity) return std::numeric_limits<float>::infinity();
+  if (value <= -kRoundsToInfinity) return -std::numeric_limits<float>::infinity();
+  if (value > static_cast<double>(FLT_MAX)) return FLT_MAX;
+  if (value < -static_cast<double>(FLT_MAX)) return -FLT_MAX;
+  return static_cast<float>(value);
 }
 
 }  // namespace numeric

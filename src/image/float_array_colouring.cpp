@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "KivLUTStatus.h"
+#include "common/colour_output.h"
 #include "common/fault_injection.h"
-#include "range/colour_output.h"
 #include "range/equalisation.h"
 #include "range/linear_mapping.h"
 #include "tables/colour_tables.h"

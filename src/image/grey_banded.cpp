@@ -4,10 +4,10 @@
 #include <type_traits>
 
 #include "KivLUTStatus.h"
+#include "common/colour_output.h"
 #include "common/fault_injection.h"
 #include "image/grey_equalised.h"
 #include "image/grey_image_checks.h"
-#include "range/colour_output.h"
 #include "range/statistics.h"
 
 namespace KIVMV {

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "KivLUTStatus.h"
+#include "common/colour_output.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
-#include "range/colour_output.h"
 #include "tables/colour_tables.h"
 #include "tables/padded_colour.h"
 

@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "KivLUTStatus.h"
+#include "common/colour_output.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
-#include "range/colour_output.h"
 #include "range/equalisation.h"
 #include "range/pixel_traits.h"
 #include "tables/colour_tables.h"

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "KivLUTStatus.h"
+#include "common/colour_output.h"
 #include "common/fault_injection.h"
 #include "common/load_time_config.h"
-#include "range/colour_output.h"
 #include "range/statistics.h"
 
 namespace KIVMV {

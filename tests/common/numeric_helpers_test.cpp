@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <random>
 
 namespace KIVMV {
 namespace numeric {
@@ -13,6 +15,7 @@ namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr int64_t kMin64 = std::numeric_limits<int64_t>::min();
+constexpr float kFloatInf = std::numeric_limits<float>::infinity();
 
 TEST(NumericHelpers, TruncateToInt64TruncatesTowardZero) {
   struct {
@@ -91,6 +94,45 @@ TEST(NumericHelpers, WrappingSubtractAndAbsWrapAtInt32Min) {
   EXPECT_EQ(WrappingAbs32(-kMax32), kMax32);
   EXPECT_EQ(WrappingAbs32(-3), 3);
   EXPECT_EQ(WrappingAbs32(0), 0);
+}
+
+TEST(NumericHelpers, NarrowToFloatRoundsToNearestFloat) {
+  const float justAboveTenth = NarrowToFloat(std::nextafter(static_cast<double>(0.1f), 1.0));
+  const struct {
+    double value;
+    float expected;
+  } cases[] = {
+      {0.0, 0.0f},
+      {-1.0, -1.0f},
+      {0.1, 0.1f},
+      {0.5, 0.5f},
+      {1.0 / 3.0, 1.0f / 3.0f},
+      {static_cast<double>(FLT_MAX), FLT_MAX},
+      {-static_cast<double>(FLT_MAX), -FLT_MAX},
+      {std::nextafter(0x1.ffffffp+127, 0.0), FLT_MAX},
+      {-std::nextafter(0x1.ffffffp+127, 0.0), -FLT_MAX},
+      {0x1.ffffffp+127, kFloatInf},
+      {-0x1.ffffffp+127, -kFloatInf},
+      {1e300, kFloatInf},
+      {-1e300, -kFloatInf},
+      {kInf, kFloatInf},
+      {-kInf, -kFloatInf},
+      {1e-50, 0.0f},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.value);
+    EXPECT_EQ(c.expected, NarrowToFloat(c.value));
+  }
+  EXPECT_EQ(0.1f, justAboveTenth);
+  EXPECT_TRUE(std::isnan(NarrowToFloat(kNaN)));
+
+  // Inside the float range it is the ordinary conversion.
+  std::mt19937_64 random(7);
+  std::uniform_real_distribution<double> spread(-1e6, 1e6);
+  for (int i = 0; i < 10000; ++i) {
+    const double v = spread(random);
+    ASSERT_EQ(static_cast<float>(v), NarrowToFloat(v)) << v;
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The output colour array of the range-image mappings.
+// The output colour arrays of the range-image, array and shading colourings.
 #pragma once
 
 #include <cstddef>
