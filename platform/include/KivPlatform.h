@@ -3,6 +3,8 @@
 
 // Everything the platform layer offers.
 #include "Kiv3DArray.h"
+#include "Kiv3DDataConvert.h"
+#include "Kiv3DDataOperation.h"
 #include "KivColor.h"
 #include "KivColorArray.h"
 #include "KivConfiguration.h"
