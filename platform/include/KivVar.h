@@ -1,30 +1,43 @@
 #ifndef KIVMV_KIV_VAR_H_
 #define KIVMV_KIV_VAR_H_
 
-#include <variant>
 #include <vector>
+
+#include "KivImage.h"
 
 namespace KIVMV {
 
-// A value that is empty, an int or a double.
+// A value that is empty, an int, a double or an image.
 class KivVar {
  public:
   KivVar() = default;
-  KivVar(int value) : value_(value) {}
-  KivVar(double value) : value_(value) {}
+  KivVar(int value) : kind_(Kind::kInt), int_(value) {}
+  KivVar(double value) : kind_(Kind::kDouble), double_(value) {}
+  // Holds a copy of the image, which shares its pixels like every KivImage copy; pass
+  // image.DeepCopy() for pixels of the variant's own.
+  KivVar(const KivImage& image) : kind_(Kind::kImage), image_(image) {}
 
   // An int as is; a double truncated toward zero, or 0 when it is NaN or its truncation does not
-  // fit an int; 0 when empty.
+  // fit an int; 0 when empty or an image.
   int ToInt() const;
-  // An int widened exactly; a double as is; 0.0 when empty.
+  // An int widened exactly; a double as is; 0.0 when empty or an image.
   double ToDouble() const;
+  // The image held (sharing its pixels), or an empty image when the variant holds no image.
+  KivImage ToImage() const;
 
-  bool IsInt() const { return std::holds_alternative<int>(value_); }
-  bool IsDouble() const { return std::holds_alternative<double>(value_); }
-  bool IsEmpty() const { return std::holds_alternative<std::monostate>(value_); }
+  bool IsInt() const { return kind_ == Kind::kInt; }
+  bool IsDouble() const { return kind_ == Kind::kDouble; }
+  bool IsImage() const { return kind_ == Kind::kImage; }
+  bool IsEmpty() const { return kind_ == Kind::kEmpty; }
 
  private:
-  std::variant<std::monostate, int, double> value_;
+  // Plain members rather than a std::variant: GCC 12 warns (maybe-uninitialized) when it copies a
+  // variant whose alternatives mix trivial numbers with a class such as KivImage.
+  enum class Kind { kEmpty, kInt, kDouble, kImage };
+  Kind kind_ = Kind::kEmpty;
+  int int_ = 0;
+  double double_ = 0.0;
+  KivImage image_;
 };
 
 // An ordered list of KivVar.

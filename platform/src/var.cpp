@@ -6,10 +6,10 @@
 namespace KIVMV {
 
 int KivVar::ToInt() const {
-  if (const int* i = std::get_if<int>(&value_)) return *i;
-  if (const double* d = std::get_if<double>(&value_)) {
+  if (kind_ == Kind::kInt) return int_;
+  if (kind_ == Kind::kDouble) {
     // Converting a double whose truncation is outside int range is UB; report 0 instead.
-    const double t = std::trunc(*d);
+    const double t = std::trunc(double_);
     if (!(t >= -2147483648.0 && t <= 2147483647.0)) return 0;  // NaN fails both comparisons.
     return static_cast<int>(t);
   }
@@ -17,10 +17,12 @@ int KivVar::ToInt() const {
 }
 
 double KivVar::ToDouble() const {
-  if (const int* i = std::get_if<int>(&value_)) return static_cast<double>(*i);
-  if (const double* d = std::get_if<double>(&value_)) return *d;
+  if (kind_ == Kind::kInt) return static_cast<double>(int_);
+  if (kind_ == Kind::kDouble) return double_;
   return 0.0;
 }
+
+KivImage KivVar::ToImage() const { return kind_ == Kind::kImage ? image_ : KivImage(); }
 
 const KivVar& KivVarArray::operator[](int i) const {
   if (i < 0 || i >= Length()) throw std::out_of_range("KivVarArray: index out of range");
