@@ -9,6 +9,7 @@
 
 #include "KivLUTStatus.h"
 #include "KivPlatform.h"
+#include "LinearColorMapLUT_Para.h"
 
 namespace KIVMV {
 
@@ -69,6 +70,43 @@ class KivLUTSetting {
   // Another pixel type returns -1. The caller's image is not changed.
   long LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, int mapType,
                          double upperFraction, double lowerFraction);
+
+  // The five-point scale (LinearColorMapLUT_Para). The valid values are rescaled to [-1, 1]
+  // (range images on a float copy in physical units; the image itself is not changed) and coloured
+  // piecewise linearly through a 1024-entry table of mapType (1..10; 0 is refused with
+  // LUT_ERR_PARAM_1): the break values value0..value4 map to the entries index0..index4, each
+  // value taking the entry one before its linear position (entry 0 at the least). Values below
+  // value0 take underColor, above value4 overColor (both stored with components 2, 1, 0 in bytes
+  // 0, 1, 2), invalid ones the map's invalid colour. A value exactly at value0 (below value1) or
+  // at value3 (above value2) lies in no segment and its element keeps the bytes it held. With
+  // `automatic` the break values come from the data (minimum, the negative and positive
+  // root-mean-square spreads, their mean, maximum) with entries 0, 127, 511, 895, 1023, and the
+  // record is not checked; otherwise the record must be ordered: LUT_ERR_PARA_BOUND_1/_3/_4 for
+  // the values, LUT_ERR_PARA_INDEX_1.._4 for the entries, LUT_ERR_PARA_COUNT for index4 above
+  // 1023. A null `out` gives LUT_ERR_OUTPUT_FAILED.
+  // On a range image, break values are heights (physical units); automatic mode writes the ones it
+  // used back into `para`.
+  long LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, LinearColorMapLUT_Para& para,
+                         KivColor& underColor, KivColor& overColor, int mapType, bool automatic);
+  // On a float array, which is rescaled in place (its valid elements hold values in [-1, 1]
+  // afterwards). Break values given by hand are values of that rescaled domain; nothing is written
+  // back. Map types 7..10 share the tables of 3..6. LUT_ERR_RANGE_IMAGE_EMPTY: an empty array.
+  long LinearColorMapLUT(Kiv3DFloatArray& values, KivColorArray* out, LinearColorMapLUT_Para& para,
+                         KivColor& underColor, KivColor& overColor, int mapType, bool automatic);
+  // The break values t0..t4 (heights, or from the data) cut the rescaled image into four segments
+  // [t0, t1), [t1, t2), [t2, t3), [t3, t4]; each is equalised through its quarter of the grey
+  // table (black to grey 63, ..., grey 192 to white). `out` is the whole picture: each pixel from
+  // its segment, invalid pixels in the map's invalid colour, pixels below t0 or above t4 in
+  // underColor or overColor. Appended to a non-null vectorA, after what it holds: the histogram
+  // chart (KivImage 800 x 600, 3 channels, marking [t1, t3]), the four coloured segments (KivImage
+  // width x height, 3 channels), then the four counts of pixels outside each segment (int).
+  // Appended to a non-null vectorB when sizeA and sizeB are non-zero: sizeB + 1 legend entries
+  // from index4 down to index2, then sizeA from index2 towards index0 (ints). Nothing is written
+  // back into `para`. LUT_ERR_PARAM_6 / _7: sizeA / sizeB not 2, 4, 8 or 16 (neither checked when
+  // sizeA is 0). Logs under the name "LinearColorMapLUT".
+  long ColorMapLUT(KivRangeImage& image, KivColorArray* out, LinearColorMapLUT_Para& para,
+                   KivColor& underColor, KivColor& overColor, int mapType, bool automatic,
+                   int sizeA, int sizeB, KivVarArray* vectorA, KivVarArray* vectorB);
 
   // Grey images (KivImage, 1 channel, 8- or 16-bit unsigned samples) to colour images. The
   // destination receives a new matrix (it then shares that matrix; a destination made from a

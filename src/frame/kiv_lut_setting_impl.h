@@ -3,6 +3,7 @@
 #pragma once
 
 #include "KivPlatform.h"
+#include "LinearColorMapLUT_Para.h"
 
 namespace KIVMV {
 
@@ -42,6 +43,15 @@ class KivLUTSettingImpl {
   long LinearSetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
                          KivColorArray* out);
   long ColorBlend(KivColorArray& a, KivColorArray& b, double alpha, KivColorArray* out);
+
+  // The five-point scale (src/range/para_mapping.h).
+  long LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, LinearColorMapLUT_Para& para,
+                         KivColor underColor, KivColor overColor, int mapType, bool automatic);
+  long LinearColorMapLUT(Kiv3DFloatArray& values, KivColorArray* out, LinearColorMapLUT_Para para,
+                         KivColor underColor, KivColor overColor, int mapType, bool automatic);
+  long ColorMapLUT(KivRangeImage& image, KivColorArray* out, LinearColorMapLUT_Para para,
+                   KivColor underColor, KivColor overColor, int mapType, bool automatic, int sizeA,
+                   int sizeB, KivVarArray* vectorA, KivVarArray* vectorB);
 
  private:
   // Scratch for the grey-image routines: the source image's matrix while a call runs. Nothing
