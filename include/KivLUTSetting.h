@@ -157,6 +157,35 @@ class KivLUTSetting {
   long LinearSetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
                          KivColorArray* out);
 
+  // Surface-normal shading. These three log their end message only when they succeed.
+
+  // Normals to colours, byte 0 from z, 1 from y, 2 from x, each component v as the low byte of
+  // trunc((v x 0.5 + 0.5) x 255): 1 gives 255, 0 gives 127, -1 gives 0; nothing is clamped, and
+  // NaN or infinity gives 0. The entries are split into one chunk per configured worker; the last
+  // entry is never written (it keeps what `out` held), and a NaN x at position k of the array
+  // blackens position k of every chunk. `out` is re-created with Length() entries of 3 bytes when
+  // its length differs or it has fewer than 3 channels; with 4 channels it is written in place, 3
+  // bytes an entry. LUT_ERR_PARAM_1: no normals; a null `out`: LUT_ERR_OUTPUT_FAILED.
+  long SetColorNormalMap(KivVector3dArray& normals, KivColorArray* out);
+  // In spite of its name no lighting: the normal map (as above) of the platform's normals of
+  // `img`. LUT_ERR_RANGE_IMAGE_EMPTY: Height() x Width(), as a wrapping 32-bit product, is 0; a
+  // failing ComputeNormals status is returned as it is and `out` is untouched.
+  long SetColorNormalMapPhong(KivRangeImage& img, KivColorArray* out);
+  // Phong lighting (white light, shininess 8) of the equalised colouring ColorMapLUT(img, mode),
+  // which is logged as a call of its own, with a point light at `vectorA` and the eye at `vectorB`
+  // in the image's point coordinates: x = (column - OffsetY) x ResolutionY, y = (row - OffsetX) x
+  // ResolutionX, z = (raw - OffsetZ) x ResolutionZ (float and double heights: height - OffsetZ).
+  // coefA is the gain, coefB, coefC and coefD the ambient, diffuse and specular weights; the
+  // colour is divided by their sum. Bytes are truncated and wrap: a gain above 1 can take 200 to
+  // 144; all three weights 0 give black. `out` is re-sized to the base colouring's shape. Checks
+  // in order: LUT_ERR_RANGE_IMAGE_EMPTY (Height() x Width() as above); LUT_ERR_PARAM_1 /
+  // LUT_ERR_PARAM_2: vectorA / vectorB is (0, 0, 0) or all FLT_MAX; LUT_ERR_PARAM_3: mode outside
+  // 0..10; LUT_ERR_PARAM_4: coefA not in (0, 10]; LUT_ERR_PARAM_5, _6, _7: coefB, coefC, coefD
+  // outside [0, 1] (NaN passes these). Then the statuses of ComputeNormals and of the base
+  // colouring are returned as they are; a null `out`: LUT_ERR_OUTPUT_FAILED.
+  long SetColorNormalMap(KivRangeImage& img, KivVector3d& vectorA, KivVector3d& vectorB, int mode,
+                         float coefA, float coefB, float coefC, float coefD, KivColorArray* out);
+
   // Blends two colour arrays of equal length byte by byte: trunc(a x alpha) + trunc(b x (1 -
   // alpha)), so 255 and 255 at 0.5 give 254. Once the checks pass, an input with 1 or 4 channels
   // is converted to 3 channels in place (the caller's array changes) when the two channel counts

@@ -35,6 +35,14 @@ awk -F, '
     if (key == "BM_SetColorLUT_Banded/8" || key == "BM_LinearSetColorLUT_Grey8") return "BM_Anchor_ApplyColorMap8"
     if (key == "BM_SetColorLUT_Banded/16" || key == "BM_LinearSetColorLUT_Grey16") return "BM_Anchor_NormalizeApplyColorMap16"
     if (key ~ /^BM_ColorBlend/) return "BM_Anchor_AddWeighted"
+    # Shading runs on a 2048 x 1500 float image: the normal map of given normals against a memcpy
+    # of its colours, the normal map of a range image against the ComputeNormals it starts with,
+    # the Phong lighting against its base colouring, and one split of the Phong body against the
+    # whole lighting call (the share of the call that the copies of one split take).
+    if (key == "BM_SetColorNormalMap_Normals") return "BM_Anchor_ShadingMemcpy"
+    if (key == "BM_SetColorNormalMapPhong") return "BM_ComputeNormals"
+    if (key == "BM_SetColorNormalMap_Lighting") return "BM_Anchor_ShadingBaseColouring"
+    if (key ~ /^BM_PhongBodySplit_/) return "BM_SetColorNormalMap_Lighting"
     return ""
   }
   /^name,/ {
@@ -54,13 +62,16 @@ awk -F, '
     extra[key] = extra_col ? sprintf("%.1f", $extra_col) : "-"; pixels[key] = pixels_col ? $pixels_col : 0
   }
   END {
+    # Per pixel, so that benchmarks on frames of another size compare fairly with the floor.
     floor_ms = time["BM_Anchor_Memcpy"]
+    floor_px = pixels["BM_Anchor_Memcpy"] > 0 ? pixels["BM_Anchor_Memcpy"] : 4096 * 3000
     printf "%-46s %9s %8s %9s %9s %9s  %s\n", "benchmark", "ms", "ns/px", "extraMiB", "x memcpy", "x anchor", "anchor"
     for (i = 1; i <= count; ++i) {
       key = order[i]; anchor = anchor_of(key)
       ratio = (anchor != "" && (anchor in time)) ? sprintf("%.2f", time[key] / time[anchor]) : "-"
       px = pixels[key] > 0 ? pixels[key] : 4096 * 3000
       printf "%-46s %9.2f %8.3f %9s %9.2f %9s  %s\n", key, time[key], time[key] * 1e6 / px,
-             extra[key], (floor_ms > 0 ? time[key] / floor_ms : 0), ratio, (anchor == "" ? "-" : anchor)
+             extra[key], (floor_ms > 0 ? (time[key] / px) / (floor_ms / floor_px) : 0), ratio,
+             (anchor == "" ? "-" : anchor)
     }
   }' "$results"

@@ -14,6 +14,10 @@ enum class FaultStage {
   kColouring,          // histogram, tables and the colouring body
   kChannelConversion,  // bringing two colour arrays to a common channel count
   kBlending,           // the body of a colour blend
+  kNormalMap,          // worker count, chunk list and loop of the normal-map colouring
+  kPointGrid,          // the point grid of the Phong lighting
+  kLightingOutput,     // sizing the output of the Phong lighting
+  kLighting,           // worker count, body and loop of the Phong lighting
 };
 
 namespace fault_injection_detail {

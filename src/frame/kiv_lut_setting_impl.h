@@ -53,6 +53,12 @@ class KivLUTSettingImpl {
                    KivColor underColor, KivColor overColor, int mapType, bool automatic, int sizeA,
                    int sizeB, KivVarArray* vectorA, KivVarArray* vectorB);
 
+  // Surface-normal shading (src/shading/).
+  long SetColorNormalMap(KivVector3dArray& normals, KivColorArray* out);
+  long SetColorNormalMapPhong(KivRangeImage& img, KivColorArray* out);
+  long SetColorNormalMap(KivRangeImage& img, KivVector3d& vectorA, KivVector3d& vectorB, int mode,
+                         float coefA, float coefB, float coefC, float coefD, KivColorArray* out);
+
  private:
   // Scratch for the grey-image routines: the source image's matrix while a call runs. Nothing
   // reads it back; it carries no state from one call to the next.

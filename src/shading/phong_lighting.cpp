@@ -1,0 +1,153 @@
+#include "shading/phong_lighting.h"
+
+#include <cfloat>
+#include <climits>
+#include <opencv2/core.hpp>
+#include <opencv2/core/utility.hpp>
+
+#include "Kiv3DDataOperation.h"
+#include "KivConfiguration.h"
+#include "KivLUTSetting.h"
+#include "KivLUTStatus.h"
+#include "common/fault_injection.h"
+
+namespace KIVMV {
+
+namespace {
+
+// The image's resolutions and offsets, each narrowed to float and widened back.
+struct GridScale {
+  double offsetX, offsetY, offsetZ;
+  double resolutionX, resolutionY, resolutionZ;
+};
+
+double ThroughFloat(double value) { return static_cast<double>(NarrowToFloat(value)); }
+
+GridScale ScaleOf(const KivRangeImage& image) {
+  return {ThroughFloat(image.OffsetX()),     ThroughFloat(image.OffsetY()),
+          ThroughFloat(image.OffsetZ()),     ThroughFloat(image.ResolutionX()),
+          ThroughFloat(image.ResolutionY()), ThroughFloat(image.ResolutionZ())};
+}
+
+// One converter per pixel type; they differ only in the element type and its marker. Raw integer
+// heights are scaled by the Z resolution; float and double heights are already lengths.
+template <typename T>
+void ConvertPoints(const cv::Mat& pixels, T marker, const GridScale& scale, KivVector3d* points) {
+  constexpr bool kRawUnits = std::numeric_limits<T>::is_integer;
+  const T* values = reinterpret_cast<const T*>(pixels.data);
+  const int rows = pixels.rows, cols = pixels.cols;
+  for (int row = 0; row < rows; ++row) {
+    const float y = NarrowToFloat((static_cast<double>(row) - scale.offsetX) * scale.resolutionX);
+    const size_t rowStart = static_cast<size_t>(row) * static_cast<size_t>(cols);
+    for (int col = 0; col < cols; ++col) {
+      const size_t at = rowStart + static_cast<size_t>(col);
+      const T v = values[at];
+      const float x = NarrowToFloat((static_cast<double>(col) - scale.offsetY) * scale.resolutionY);
+      float z = kInvalidPointZ;
+      if (!(v == marker)) {
+        const double height = static_cast<double>(v) - scale.offsetZ;
+        z = NarrowToFloat(kRawUnits ? height * scale.resolutionZ : height);
+      }
+      points[at] = KivVector3d(x, y, z);
+    }
+  }
+}
+
+// The worker count, from the configuration service on every call; only the chunk count is used.
+int FreshWorkerCount() {
+  bool gpu = false;
+  int efficiency = 0, chunks = 0, winVersion = 0;
+  KivGetStaticGPU(&gpu);
+  KivGetStaticEfficiency(&efficiency);
+  KivGetStaticTBB(&chunks);
+  KivGetStaticWinVersion(&winVersion);
+  return chunks < 1 ? cv::getNumberOfCPUs() : chunks;
+}
+
+}  // namespace
+
+void BuildPointGrid(const KivRangeImage& image, KivVector3dArray* points) {
+  const GridScale scale = ScaleOf(image);
+  const cv::Mat& pixels = image.Mat();
+  const int64_t count = pixels.dims <= 2 && pixels.data != nullptr
+                            ? static_cast<int64_t>(pixels.rows) * pixels.cols
+                            : 0;
+  if (count > INT_MAX) throw std::length_error("point grid: more points than an int counts");
+  points->SetSize(static_cast<int>(count));
+  if (count == 0) return;
+  KivVector3d* grid = &(*points)[0];
+  switch (pixels.type() & 0xFFF) {
+    case CV_8U:
+      ConvertPoints<uint8_t>(pixels, 0, scale, grid);
+      break;
+    case CV_8S:
+      ConvertPoints<int8_t>(pixels, -128, scale, grid);
+      break;
+    case CV_16U:
+      ConvertPoints<uint16_t>(pixels, 0, scale, grid);
+      break;
+    case CV_16S:
+      ConvertPoints<int16_t>(pixels, -32768, scale, grid);
+      break;
+    case CV_32S:
+      ConvertPoints<int32_t>(pixels, INT_MIN, scale, grid);
+      break;
+    case CV_32F:
+      ConvertPoints<float>(pixels, -FLT_MAX, scale, grid);
+      break;
+    case CV_64F:
+      ConvertPoints<double>(pixels, -DBL_MAX, scale, grid);
+      break;
+    default:
+      // More than one channel: the grid stays as SetSize made it.
+      break;
+  }
+}
+
+long ShadeRangeImage(KivRangeImage& image, const KivVector3d& light, const KivVector3d& eye,
+                     int mode, float coefA, float coefB, float coefC, float coefD,
+                     KivColorArray* out) {
+  KivVector3dArray points;
+  try {
+    ThrowIfInjected(FaultStage::kPointGrid);
+    BuildPointGrid(image, &points);
+  } catch (...) {
+    return LUT_ERR_NORMAL_MAP_FAILED;
+  }
+
+  KivVector3dArray normals;
+  long normalsStatus = LUT_OK;
+  try {
+    Kiv3DDataOperation operation;
+    normalsStatus = operation.ComputeNormals(image, &normals, nullptr);
+  } catch (...) {
+    // The platform promises not to throw; should it, the shading stage answers for it.
+    return LUT_ERR_NORMAL_MAP_FAILED;
+  }
+  if (normalsStatus != 0) return normalsStatus;
+
+  // Through the public class, so the base colouring is logged as a call of its own.
+  KivColorArray base;
+  KivLUTSetting lut;
+  if (const long status = lut.ColorMapLUT(image, mode, &base); status != LUT_OK) return status;
+
+  if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
+  try {
+    ThrowIfInjected(FaultStage::kLightingOutput);
+    out->SetSize(base.Width(), base.Height(), base.Channel());
+  } catch (...) {
+    return LUT_ERR_OUTPUT_FAILED;
+  }
+
+  try {
+    const int workers = FreshWorkerCount();
+    ThrowIfInjected(FaultStage::kLighting);
+    LightEntries(base, *out, SharedVectors(std::move(points)), SharedVectors(std::move(normals)),
+                 coefA, coefB, coefC, coefD, light, eye, workers);
+  } catch (...) {
+    return LUT_ERR_NORMAL_MAP_FAILED;
+  }
+  return LUT_OK;
+}
+
+}  // namespace KIVMV
