@@ -9,6 +9,7 @@ KIVLUT_PACKAGES=(
   build-essential cmake clang-14 libomp-14-dev clang-format
   libopencv-dev libtbb-dev qtbase5-dev
   libgtest-dev libbenchmark-dev xvfb
+  xauth fonts-dejavu-core fonts-wqy-microhei
 )
 
 kivlut_install_dependencies() {

@@ -11,6 +11,7 @@
 #include "KivDataType.h"
 #include "KivFastLoggerPrivate.h"
 #include "KivImage.h"
+#include "KivMultiLanguage.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
 #include "KivVar.h"
