@@ -15,6 +15,7 @@ enum class FaultStage {
   kChannelConversion,  // bringing two colour arrays to a common channel count
   kBlending,           // the body of a colour blend
   kNormalMap,          // worker count, chunk list and loop of the normal-map colouring
+  kDialogWindow,       // building the colour-map dialog's window for a facade call
   kPointGrid,          // the point grid of the Phong lighting
   kLightingOutput,     // sizing the output of the Phong lighting
   kLighting,           // worker count, body and loop of the Phong lighting

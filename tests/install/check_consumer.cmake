@@ -19,8 +19,17 @@ run_step("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 run_step("configure consumer" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build
          -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
 run_step("build consumer" ${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run_step("run consumer" ${WORK_DIR}/build/consumer)
+# Offscreen, in case the consumer was built with the dialog, which makes a QApplication.
+run_step("run consumer" ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${WORK_DIR}/build/consumer)
 if(NOT step_output MATCHES "rainbow top: 0 3 255")
   message(FATAL_ERROR "consumer printed an unexpected answer:\n${step_output}")
+endif()
+# 灰度 from the installed Simplified Chinese table.
+if(NOT step_output MATCHES "grey in Chinese: 7070 5ea6")
+  message(FATAL_ERROR "consumer did not read the installed string table:\n${step_output}")
+endif()
+file(GLOB_RECURSE dialog_library ${prefix}/libKivLUTSettingDlg.so*)
+if(dialog_library AND NOT step_output MATCHES "dialog map: 3")
+  message(FATAL_ERROR "consumer's dialog parameters are wrong:\n${step_output}")
 endif()
 message(STATUS "consumer output: ${step_output}")
