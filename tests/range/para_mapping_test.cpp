@@ -50,7 +50,6 @@ constexpr float kMarker = -FLT_MAX;
 constexpr float kFloatNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kFloatInf = std::numeric_limits<float>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 const KivColor kUnder(10, 20, 30);
 const KivColor kOver(200, 210, 220);
