@@ -8,14 +8,23 @@
 
 namespace KIVMV {
 
+namespace {
+
+// Automatic mode derives the break values itself, so only a record given by hand is checked.
+long CheckRecordUnlessAutomatic(const LinearColorMapLUT_Para& para, bool automatic) {
+  return automatic ? LUT_OK : CheckParaRecord(para);
+}
+
+}  // namespace
+
 long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, KivColorArray* out,
                                       LinearColorMapLUT_Para& para, KivColor& underColor,
                                       KivColor& overColor, int mapType, bool automatic) {
   CallFrame frame(frame_entries::kLinearColorMapLUTPara);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
   if (!IsParaMapType(mapType)) return LUT_ERR_PARAM_1;
-  if (!automatic) {
-    if (const long check = CheckParaRecord(para); check != LUT_OK) return check;
+  if (const long check = CheckRecordUnlessAutomatic(para, automatic); check != LUT_OK) {
+    return check;
   }
   const KivColor under = underColor;
   const KivColor over = overColor;
@@ -29,8 +38,8 @@ long KivLUTSetting::LinearColorMapLUT(Kiv3DFloatArray& values, KivColorArray* ou
   CallFrame frame(frame_entries::kLinearColorMapLUTArrayPara);
   if (values.Length() <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
   if (!IsParaMapType(mapType)) return LUT_ERR_PARAM_1;
-  if (!automatic) {
-    if (const long check = CheckParaRecord(para); check != LUT_OK) return check;
+  if (const long check = CheckRecordUnlessAutomatic(para, automatic); check != LUT_OK) {
+    return check;
   }
   const KivColor under = underColor;
   const KivColor over = overColor;
@@ -47,8 +56,8 @@ long KivLUTSetting::ColorMapLUT(KivRangeImage& image, KivColorArray* out,
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
   if (!IsParaMapType(mapType)) return LUT_ERR_PARAM_1;
   if (const long check = CheckLegendSizes(sizeA, sizeB); check != LUT_OK) return check;
-  if (!automatic) {
-    if (const long check = CheckParaRecord(para); check != LUT_OK) return check;
+  if (const long check = CheckRecordUnlessAutomatic(para, automatic); check != LUT_OK) {
+    return check;
   }
   const KivColor under = underColor;
   const KivColor over = overColor;

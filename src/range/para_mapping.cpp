@@ -135,6 +135,24 @@ BreakValues ChooseBreakValues(const float* values, int n, const ParaRescaling& r
   return breaks;
 }
 
+// A range image's heights rescaled to [-1, 1] in its float copy, and the break values in use there.
+struct NormalisedHeights {
+  float* values = nullptr;  // null when the copy could not be converted to float heights
+  ParaRescaling rescaling;
+  BreakValues breaks{};
+};
+
+NormalisedHeights NormaliseHeights(KivRangeImage& copy, int n, const LinearColorMapLUT_Para& para,
+                                   bool automatic) {
+  NormalisedHeights heights;
+  heights.values = FloatHeights(copy, n);
+  if (heights.values == nullptr) return heights;
+  heights.rescaling = FindRescaling(heights.values, n, RescaledElements::kAllButMarker);
+  ApplyRescaling(heights.values, n, heights.rescaling, RescaledElements::kAllButMarker);
+  heights.breaks = ChooseBreakValues(heights.values, n, heights.rescaling, para, automatic, true);
+  return heights;
+}
+
 void WriteBack(const BreakValues& breaks, const ParaRescaling& rescaling,
                LinearColorMapLUT_Para& para) {
   double* values[] = {&para.value0, &para.value1, &para.value2, &para.value3, &para.value4};
@@ -167,13 +185,12 @@ long LinearColourMapFivePoint(const KivRangeImage& image, KivColorArray* out,
   }
 
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
-    float* values = FloatHeights(copy, n);
-    if (values == nullptr) return LUT_ERR_PARA_MAPPING_FAILED;
-    const ParaRescaling rescaling = FindRescaling(values, n, RescaledElements::kAllButMarker);
-    ApplyRescaling(values, n, rescaling, RescaledElements::kAllButMarker);
-    const BreakValues breaks = ChooseBreakValues(values, n, rescaling, para, automatic, true);
+    const NormalisedHeights heights = NormaliseHeights(copy, n, para, automatic);
+    if (heights.values == nullptr) return LUT_ERR_PARA_MAPPING_FAILED;
+    float* const values = heights.values;
+    const BreakValues& breaks = heights.breaks;
     // The record is written only once the break values are known, before the colouring.
-    if (automatic) WriteBack(breaks, rescaling, para);
+    if (automatic) WriteBack(breaks, heights.rescaling, para);
     const FivePointScale scale{breaks.value,
                                breaks.index,
                                &SelectParaColourTable(mapType),
@@ -292,11 +309,10 @@ long ColourMapSegmented(const KivRangeImage& image, KivColorArray* out,
 
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
     ThrowIfInjected(FaultStage::kColouring);
-    float* values = FloatHeights(copy, n);
-    if (values == nullptr) return LUT_ERR_PARA_MAPPING_FAILED;
-    const ParaRescaling rescaling = FindRescaling(values, n, RescaledElements::kAllButMarker);
-    ApplyRescaling(values, n, rescaling, RescaledElements::kAllButMarker);
-    const BreakValues breaks = ChooseBreakValues(values, n, rescaling, para, automatic, true);
+    const NormalisedHeights heights = NormaliseHeights(copy, n, para, automatic);
+    if (heights.values == nullptr) return LUT_ERR_PARA_MAPPING_FAILED;
+    float* const values = heights.values;
+    const BreakValues& breaks = heights.breaks;
     const std::array<double, 5>& t = breaks.value;
 
     const int width = image.Width();
