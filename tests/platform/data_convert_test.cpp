@@ -15,9 +15,15 @@
 #include "Kiv3DDataOperation.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
+#include "platform/range_pixel_access.h"
 
 namespace KIVMV {
 namespace {
+
+using testing_support::PixelAt;
+using testing_support::SameBytes;
+using testing_support::SetPixel;
+using testing_support::WithPixelType;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -53,44 +59,6 @@ TypeRule RuleOf(int type) {
 
 bool IsFloating(int type) { return type == KIV_DATA_F32 || type == KIV_DATA_F64; }
 
-// Calls f(T{}) with the C++ type of a pixel-type code.
-template <typename F>
-void WithPixelType(int type, F&& f) {
-  switch (type) {
-    case KIV_DATA_U8:
-      return f(uint8_t{});
-    case KIV_DATA_S8:
-      return f(int8_t{});
-    case KIV_DATA_U16:
-      return f(uint16_t{});
-    case KIV_DATA_S16:
-      return f(int16_t{});
-    case KIV_DATA_S32:
-      return f(int32_t{});
-    case KIV_DATA_F32:
-      return f(float{});
-    default:
-      return f(double{});
-  }
-}
-
-double PixelAt(const KivRangeImage& image, int row, int col) {
-  double value = 0.0;
-  WithPixelType(image.DataType(), [&](auto t) {
-    using T = decltype(t);
-    value = static_cast<double>(image.Mat().ptr<T>(row)[col]);
-  });
-  return value;
-}
-
-// Stores a double into a pixel; the caller passes only values the type can hold.
-void SetPixel(KivRangeImage& image, int row, int col, double value) {
-  WithPixelType(image.DataType(), [&](auto t) {
-    using T = decltype(t);
-    image.Mat().ptr<T>(row)[col] = static_cast<T>(value);
-  });
-}
-
 // Whether a pixel type holds `v` exactly as a valid value.
 bool HoldsAsValid(int type, double v) {
   const TypeRule rule = RuleOf(type);
@@ -102,17 +70,6 @@ bool HoldsAsValid(int type, double v) {
 
 bool SameBits(double expected, double actual) {
   return std::memcmp(&expected, &actual, sizeof(double)) == 0;
-}
-
-bool SameBytes(const KivRangeImage& a, const KivRangeImage& b) {
-  if (a.Width() != b.Width() || a.Height() != b.Height() || a.DataType() != b.DataType()) {
-    return false;
-  }
-  const std::size_t rowBytes = static_cast<std::size_t>(a.Width()) * a.Mat().elemSize();
-  for (int row = 0; row < a.Height(); ++row) {
-    if (std::memcmp(a.Mat().ptr(row), b.Mat().ptr(row), rowBytes) != 0) return false;
-  }
-  return true;
 }
 
 void ExpectSameMetadata(const KivRangeImage& expected, const KivRangeImage& actual) {
@@ -345,14 +302,8 @@ T RandomPixel(std::mt19937_64& random) {
 }
 
 KivRangeImage RandomImage(int type, int width, int height, std::mt19937_64& random) {
-  KivRangeImage image(width, height, static_cast<KivDataType>(type));
-  WithPixelType(type, [&](auto t) {
-    using T = decltype(t);
-    for (int row = 0; row < height; ++row) {
-      for (int col = 0; col < width; ++col) image.Mat().ptr<T>(row)[col] = RandomPixel<T>(random);
-    }
-  });
-  return image;
+  return testing_support::ImageFrom(
+      type, width, height, [&](auto t, int, int) { return RandomPixel<decltype(t)>(random); });
 }
 
 // The conversion restated as a plain serial loop.

@@ -17,53 +17,22 @@
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
 #include "KivVector3d.h"
+#include "platform/range_pixel_access.h"
 
 namespace KIVMV {
 namespace {
 
+using testing_support::PixelAt;
+using testing_support::SameBytes;
+using testing_support::SetPixel;
+using testing_support::WithPixelType;
+
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
-
-// Calls f(T{}) with the C++ type of a pixel-type code.
-template <typename F>
-void WithPixelType(int type, F&& f) {
-  switch (type) {
-    case KIV_DATA_U8:
-      return f(uint8_t{});
-    case KIV_DATA_S8:
-      return f(int8_t{});
-    case KIV_DATA_U16:
-      return f(uint16_t{});
-    case KIV_DATA_S16:
-      return f(int16_t{});
-    case KIV_DATA_S32:
-      return f(int32_t{});
-    case KIV_DATA_F32:
-      return f(float{});
-    default:
-      return f(double{});
-  }
-}
 
 double MarkerOf(int type) {
   const double markers[] = {0.0, -128.0, 0.0, -32768.0, -2147483648.0, -FLT_MAX, -DBL_MAX};
   return markers[type];
-}
-
-double PixelAt(const KivRangeImage& image, int row, int col) {
-  double value = 0.0;
-  WithPixelType(image.DataType(), [&](auto t) {
-    using T = decltype(t);
-    value = static_cast<double>(image.Mat().ptr<T>(row)[col]);
-  });
-  return value;
-}
-
-void SetPixel(KivRangeImage& image, int row, int col, double value) {
-  WithPixelType(image.DataType(), [&](auto t) {
-    using T = decltype(t);
-    image.Mat().ptr<T>(row)[col] = static_cast<T>(value);
-  });
 }
 
 bool IsNaNVector(const KivVector3d& v) {
@@ -73,14 +42,6 @@ bool IsNaNVector(const KivVector3d& v) {
 bool SameFloat(float expected, float actual) {
   if (std::isnan(expected) && std::isnan(actual)) return true;
   return std::memcmp(&expected, &actual, sizeof(float)) == 0;
-}
-
-bool SameBytes(const KivRangeImage& a, const KivRangeImage& b) {
-  const std::size_t rowBytes = static_cast<std::size_t>(a.Width()) * a.Mat().elemSize();
-  for (int row = 0; row < a.Height(); ++row) {
-    if (std::memcmp(a.Mat().ptr(row), b.Mat().ptr(row), rowBytes) != 0) return false;
-  }
-  return true;
 }
 
 struct Normals {
@@ -462,16 +423,9 @@ T RandomPixel(std::mt19937_64& random, int row, int col) {
 }
 
 KivRangeImage RandomImage(int type, int width, int height, std::mt19937_64& random) {
-  KivRangeImage image(width, height, static_cast<KivDataType>(type));
-  WithPixelType(type, [&](auto t) {
-    using T = decltype(t);
-    for (int row = 0; row < height; ++row) {
-      for (int col = 0; col < width; ++col) {
-        image.Mat().ptr<T>(row)[col] = RandomPixel<T>(random, row, col);
-      }
-    }
+  return testing_support::ImageFrom(type, width, height, [&](auto t, int row, int col) {
+    return RandomPixel<decltype(t)>(random, row, col);
   });
-  return image;
 }
 
 TEST(Normals, MatchReferenceLoopOnRandomImages) {
