@@ -1,0 +1,497 @@
+// Frames come in as PNG, TIFF, PFM or headerless raw files and go out the same ways; pictures are
+// written beside their target and renamed over it, so a reader never sees half a file.
+#include "frame_io.h"
+
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <opencv2/imgcodecs.hpp>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#ifdef _WIN32
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace kivlut {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kCannotRead = "cannot read the file";
+constexpr const char* kCannotDecode = "not an image OpenCV can decode";
+
+struct PixelTypeWord {
+  const char* name;
+  KIVMV::KivDataType type;
+};
+
+constexpr PixelTypeWord kPixelTypeWords[] = {
+    {"u8", KIVMV::KIV_DATA_U8},   {"s8", KIVMV::KIV_DATA_S8},   {"u16", KIVMV::KIV_DATA_U16},
+    {"s16", KIVMV::KIV_DATA_S16}, {"s32", KIVMV::KIV_DATA_S32}, {"f32", KIVMV::KIV_DATA_F32},
+    {"f64", KIVMV::KIV_DATA_F64},
+};
+
+std::string Lowered(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+// System messages start with a capital ("No such file or directory"); ours are lower case.
+std::string LowerFirst(std::string text) {
+  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+std::string SystemReason(int errorNumber) {
+  return LowerFirst(std::generic_category().message(errorNumber));
+}
+
+// The name of an OpenCV depth as a person would say it ("8-bit", "signed 16-bit", "32-bit float").
+std::string DepthText(int depth) {
+  switch (depth) {
+    case CV_8U:
+      return "8-bit";
+    case CV_8S:
+      return "signed 8-bit";
+    case CV_16U:
+      return "16-bit";
+    case CV_16S:
+      return "signed 16-bit";
+    case CV_32S:
+      return "signed 32-bit";
+    case CV_32F:
+      return "32-bit float";
+    case CV_64F:
+      return "64-bit float";
+    case CV_16F:
+      return "16-bit float";
+    default:
+      return "depth " + std::to_string(depth);
+  }
+}
+
+std::string ChannelText(int channels) {
+  return std::to_string(channels) + (channels == 1 ? " channel" : " channels");
+}
+
+// "640x480:u16", as the layout is written on the command line.
+std::string LayoutText(const RawLayout& layout) {
+  return std::to_string(layout.width) + "x" + std::to_string(layout.height) + ":" +
+         PixelTypeName(layout.type);
+}
+
+// Raw files are little-endian whatever the host is; on a big-endian host each sample is turned
+// around on its way in and out.
+bool HostIsLittleEndian() {
+  const std::uint16_t probe = 1;
+  unsigned char first = 0;
+  std::memcpy(&first, &probe, 1);
+  return first == 1;
+}
+
+void ReverseEachSample(unsigned char* bytes, std::size_t sampleCount, std::size_t sampleSize) {
+  for (std::size_t i = 0; i < sampleCount; ++i) {
+    unsigned char* sample = bytes + i * sampleSize;
+    for (std::size_t a = 0, b = sampleSize - 1; a < b; ++a, --b) std::swap(sample[a], sample[b]);
+  }
+}
+
+// A regular file that this process can open for reading; checked before OpenCV sees the path, so
+// that a missing file gets its own message instead of a decoder warning.
+bool CanOpenForReading(const fs::path& file) {
+  std::error_code ec;
+  if (!fs::is_regular_file(file, ec)) return false;
+  std::ifstream in(file, std::ios::binary);
+  return in.is_open();
+}
+
+ReadResult ReadRaw(const fs::path& file, const RawLayout& layout) {
+  ReadResult result;
+  const int sampleSize = KIVMV::SampleSize(layout.type);
+  if (sampleSize == 0) {
+    result.error = "unknown raw pixel type " + std::to_string(static_cast<int>(layout.type));
+    return result;
+  }
+  if (layout.width <= 0 || layout.height <= 0) {
+    result.error = "the raw layout " + LayoutText(layout) + " has no pixels";
+    return result;
+  }
+  std::error_code ec;
+  if (!fs::is_regular_file(file, ec)) {
+    result.error = kCannotRead;
+    return result;
+  }
+  std::ifstream in(file, std::ios::binary);
+  if (!in.is_open()) {
+    result.error = kCannotRead;
+    return result;
+  }
+  in.seekg(0, std::ios::end);
+  const std::streamoff size = in.tellg();
+  in.seekg(0, std::ios::beg);
+  if (size < 0 || !in) {
+    result.error = kCannotRead;
+    return result;
+  }
+  const std::uint64_t expected = static_cast<std::uint64_t>(layout.width) *
+                                 static_cast<std::uint64_t>(layout.height) *
+                                 static_cast<std::uint64_t>(sampleSize);
+  if (static_cast<std::uint64_t>(size) != expected) {
+    result.error = "size " + std::to_string(size) + " bytes, expected " + std::to_string(expected) +
+                   " for " + LayoutText(layout);
+    return result;
+  }
+  cv::Mat pixels(layout.height, layout.width, CV_MAKETYPE(static_cast<int>(layout.type), 1));
+  in.read(reinterpret_cast<char*>(pixels.data), static_cast<std::streamsize>(expected));
+  if (static_cast<std::uint64_t>(in.gcount()) != expected) {
+    result.error = kCannotRead;
+    return result;
+  }
+  if (!HostIsLittleEndian()) {
+    ReverseEachSample(pixels.data, pixels.total(), static_cast<std::size_t>(sampleSize));
+  }
+  result.pixels = pixels;
+  return result;
+}
+
+ReadResult ReadWithOpenCv(const fs::path& file) {
+  ReadResult result;
+  if (!CanOpenForReading(file)) {
+    result.error = kCannotRead;
+    return result;
+  }
+  try {
+    result.pixels = cv::imread(file.string(), cv::IMREAD_UNCHANGED);
+  } catch (const cv::Exception& e) {
+    result.pixels.release();
+    result.error = std::string(kCannotDecode) + ": " + e.err;
+    return result;
+  }
+  if (result.pixels.empty()) {
+    result.error = kCannotDecode;
+    // A raw file is only readable with its layout, which OpenCV cannot guess.
+    if (Lowered(file.extension().string()) == ".raw") {
+      result.error += " (a raw file needs --raw WIDTHxHEIGHT:TYPE)";
+    }
+  }
+  return result;
+}
+
+// Removes the file on destruction unless it was moved into place, so every early return and
+// every exception between creating and renaming it leaves nothing behind.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(fs::path path) : path_(std::move(path)) {}
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() {
+    if (!moved_) {
+      std::error_code ec;
+      fs::remove(path_, ec);
+    }
+  }
+
+  const fs::path& path() const { return path_; }
+
+  // Renames the file over `target`; the rename replaces an existing target in one step.
+  bool MoveOver(const fs::path& target, std::string* error) {
+    std::error_code ec;
+    fs::rename(path_, target, ec);
+    if (ec) {
+      *error = "cannot rename " + path_.filename().string() + " to " + target.filename().string() +
+               ": " + LowerFirst(ec.message());
+      return false;
+    }
+    moved_ = true;
+    return true;
+  }
+
+ private:
+  fs::path path_;
+  bool moved_ = false;
+};
+
+// ".NAME.kivlut-<pid>-<n>.EXT" beside `file`: hidden, unique across the threads of this process
+// and across processes, and with the target's extension, from which OpenCV picks the encoder.
+fs::path TemporarySibling(const fs::path& file) {
+  static std::atomic<unsigned long long> counter{0};
+#ifdef _WIN32
+  const long long pid = _getpid();
+#else
+  const long long pid = static_cast<long long>(getpid());
+#endif
+  const unsigned long long n = counter.fetch_add(1, std::memory_order_relaxed);
+  const std::string name = "." + file.stem().string() + ".kivlut-" + std::to_string(pid) + "-" +
+                           std::to_string(n) + file.extension().string();
+  return file.parent_path() / name;
+}
+
+bool FolderExists(const fs::path& file) {
+  const fs::path folder = file.parent_path();
+  if (folder.empty()) return true;  // the working folder
+  std::error_code ec;
+  return fs::is_directory(folder, ec);
+}
+
+// Why a file could not be written where the encoder gave no reason: try to create it ourselves
+// and report what the system says, else blame the encoder.
+std::string WhyNotWritable(const fs::path& file) {
+  errno = 0;
+  std::ofstream probe(file, std::ios::binary | std::ios::trunc);
+  if (!probe.is_open()) {
+    return errno != 0 ? SystemReason(errno) : std::string("the file cannot be created");
+  }
+  return "the encoder failed";
+}
+
+bool WriteBytesAtomically(const fs::path& file, const unsigned char* bytes, std::size_t size,
+                          std::string* error) {
+  if (!FolderExists(file)) {
+    *error = "cannot write the file: the folder does not exist";
+    return false;
+  }
+  TemporaryFile temp(TemporarySibling(file));
+  {
+    errno = 0;
+    std::ofstream out(temp.path(), std::ios::binary | std::ios::trunc);
+    if (!out.is_open()) {
+      *error = "cannot write the file: " +
+               (errno != 0 ? SystemReason(errno) : std::string("the file cannot be created"));
+      return false;
+    }
+    out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+    out.close();
+    if (out.fail()) {
+      *error = "cannot write the file: " +
+               (errno != 0 ? SystemReason(errno) : std::string("the write failed"));
+      return false;
+    }
+  }
+  return temp.MoveOver(file, error);
+}
+
+bool FormatHolds(FrameFormat format, int type) {
+  switch (format) {
+    case FrameFormat::kPng:
+      return type == KIVMV::KIV_DATA_U8 || type == KIVMV::KIV_DATA_U16;
+    case FrameFormat::kTiff:
+      return type == KIVMV::KIV_DATA_U8 || type == KIVMV::KIV_DATA_U16 ||
+             type == KIVMV::KIV_DATA_F32;
+    case FrameFormat::kPfm:
+      return type == KIVMV::KIV_DATA_F32;
+    case FrameFormat::kRaw:
+      return KIVMV::IsKnownSampleType(type);
+  }
+  return false;
+}
+
+const char* FormatName(FrameFormat format) {
+  switch (format) {
+    case FrameFormat::kPng:
+      return "PNG";
+    case FrameFormat::kTiff:
+      return "TIFF";
+    case FrameFormat::kPfm:
+      return "PFM";
+    case FrameFormat::kRaw:
+      return "raw";
+  }
+  return "?";
+}
+
+// The extension that makes OpenCV choose the format's encoder.
+const char* EncoderExtension(FrameFormat format) {
+  switch (format) {
+    case FrameFormat::kPng:
+      return ".png";
+    case FrameFormat::kTiff:
+      return ".tiff";
+    case FrameFormat::kPfm:
+      return ".pfm";
+    case FrameFormat::kRaw:
+      break;
+  }
+  return "";
+}
+
+bool WriteRangeFrameOrThrow(const fs::path& file, const KIVMV::KivRangeImage& image,
+                            FrameFormat format, std::string* error) {
+  const int type = image.DataType();
+  if (!KIVMV::IsKnownSampleType(type)) {
+    *error = "unknown pixel type " + std::to_string(type);
+    return false;
+  }
+  const cv::Mat& pixels = image.Mat();
+  if (image.Width() <= 0 || image.Height() <= 0 || pixels.empty()) {
+    *error = "the range image has no pixels";
+    return false;
+  }
+  if (pixels.dims != 2 || pixels.rows != image.Height() || pixels.cols != image.Width() ||
+      pixels.type() != CV_MAKETYPE(type, 1)) {
+    *error = "the range image's pixels do not match its width, height and type";
+    return false;
+  }
+  if (!FormatHolds(format, type)) {
+    *error = std::string(FormatName(format)) + " cannot hold " +
+             PixelTypeName(static_cast<KIVMV::KivDataType>(type)) + " pixels";
+    return false;
+  }
+  if (format == FrameFormat::kRaw) {
+    cv::Mat ordered = pixels.isContinuous() ? pixels : pixels.clone();
+    if (!HostIsLittleEndian()) {
+      ordered = pixels.clone();
+      ReverseEachSample(ordered.data, ordered.total(), ordered.elemSize1());
+    }
+    return WriteBytesAtomically(file, ordered.data, ordered.total() * ordered.elemSize(), error);
+  }
+  std::vector<unsigned char> encoded;
+  if (!cv::imencode(EncoderExtension(format), pixels, encoded)) {
+    *error = std::string("cannot encode the pixels as ") + FormatName(format);
+    return false;
+  }
+  return WriteBytesAtomically(file, encoded.data(), encoded.size(), error);
+}
+
+bool WritePictureOrThrow(const fs::path& file, const cv::Mat& picture, std::string* error) {
+  const std::string extension = file.extension().string();
+  if (extension.empty()) {
+    *error = "cannot write files without an extension";
+    return false;
+  }
+  if (!cv::haveImageWriter(file.string())) {
+    *error = "cannot write " + extension + " files";
+    return false;
+  }
+  if (picture.empty()) {
+    *error = "cannot write the picture: it has no pixels";
+    return false;
+  }
+  if (!FolderExists(file)) {
+    *error = "cannot write the picture: the folder does not exist";
+    return false;
+  }
+  TemporaryFile temp(TemporarySibling(file));
+  if (!cv::imwrite(temp.path().string(), picture)) {
+    *error = "cannot write the picture: " + WhyNotWritable(temp.path());
+    return false;
+  }
+  return temp.MoveOver(file, error);
+}
+
+}  // namespace
+
+ReadResult ReadPixels(const std::filesystem::path& file, const std::optional<RawLayout>& raw) {
+  try {
+    return raw ? ReadRaw(file, *raw) : ReadWithOpenCv(file);
+  } catch (const cv::Exception& e) {
+    ReadResult failed;
+    failed.error = std::string(kCannotRead) + ": " + e.err;
+    return failed;
+  } catch (const std::exception& e) {
+    ReadResult failed;
+    failed.error = std::string(kCannotRead) + ": " + e.what();
+    return failed;
+  }
+}
+
+std::optional<KIVMV::KivRangeImage> ToRangeImage(const cv::Mat& pixels, const Axes& axes,
+                                                 std::string* error) {
+  std::string ignored;
+  std::string& why = error != nullptr ? *error : ignored;
+  if (pixels.empty()) {
+    why = "the image has no pixels";
+    return std::nullopt;
+  }
+  if (pixels.dims != 2) {
+    why = "unsupported pixel layout: " + std::to_string(pixels.dims) + " dimensions";
+    return std::nullopt;
+  }
+  if (pixels.channels() != 1 || !KIVMV::IsKnownSampleType(pixels.depth())) {
+    why = "unsupported pixel type: " + ChannelText(pixels.channels()) + " of " +
+          DepthText(pixels.depth());
+    return std::nullopt;
+  }
+  try {
+    KIVMV::KivRangeImage image(pixels.cols, pixels.rows,
+                               static_cast<KIVMV::KivDataType>(pixels.depth()));
+    // The library walks the pixels as one block, so a matrix with row padding is copied.
+    if (pixels.isContinuous()) {
+      image.Mat() = pixels;
+    } else {
+      pixels.copyTo(image.Mat());
+    }
+    image.SetResolution(axes.resolution[0], axes.resolution[1], axes.resolution[2]);
+    image.SetOffset(axes.offset[0], axes.offset[1], axes.offset[2]);
+    return image;
+  } catch (const cv::Exception& e) {
+    why = "cannot make a range image: " + e.err;
+  } catch (const std::exception& e) {
+    why = std::string("cannot make a range image: ") + e.what();
+  }
+  return std::nullopt;
+}
+
+bool WriteRangeFrame(const std::filesystem::path& file, const KIVMV::KivRangeImage& image,
+                     FrameFormat format, std::string* error) {
+  std::string ignored;
+  std::string& why = error != nullptr ? *error : ignored;
+  try {
+    return WriteRangeFrameOrThrow(file, image, format, &why);
+  } catch (const cv::Exception& e) {
+    why = "cannot write the file: " + e.err;
+  } catch (const std::exception& e) {
+    why = std::string("cannot write the file: ") + e.what();
+  }
+  return false;
+}
+
+bool WritePictureAtomically(const std::filesystem::path& file, const cv::Mat& picture,
+                            std::string* error) {
+  std::string ignored;
+  std::string& why = error != nullptr ? *error : ignored;
+  try {
+    return WritePictureOrThrow(file, picture, &why);
+  } catch (const cv::Exception& e) {
+    why = "cannot write the picture: " + e.err;
+  } catch (const std::exception& e) {
+    why = std::string("cannot write the picture: ") + e.what();
+  }
+  return false;
+}
+
+bool LooksLikeFrame(const std::filesystem::path& file, bool rawGiven) {
+  const std::string name = file.filename().string();
+  // Hidden names are skipped: among them are the temporary files of a picture being written.
+  if (name.empty() || name[0] == '.') return false;
+  const std::string extension = Lowered(file.extension().string());
+  return extension == ".png" || extension == ".tif" || extension == ".tiff" ||
+         extension == ".pfm" || (rawGiven && extension == ".raw");
+}
+
+std::optional<KIVMV::KivDataType> ParsePixelType(const std::string& text) {
+  if (text.size() == 1 && text[0] >= '0' && text[0] <= '6') {
+    return static_cast<KIVMV::KivDataType>(text[0] - '0');
+  }
+  const std::string word = Lowered(text);
+  for (const PixelTypeWord& entry : kPixelTypeWords) {
+    if (word == entry.name) return entry.type;
+  }
+  return std::nullopt;
+}
+
+const char* PixelTypeName(KIVMV::KivDataType type) {
+  for (const PixelTypeWord& entry : kPixelTypeWords) {
+    if (entry.type == type) return entry.name;
+  }
+  return "unknown";
+}
+
+}  // namespace kivlut
