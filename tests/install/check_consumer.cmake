@@ -33,3 +33,13 @@ if(dialog_library AND NOT step_output MATCHES "dialog map: 3")
   message(FATAL_ERROR "consumer's dialog parameters are wrong:\n${step_output}")
 endif()
 message(STATUS "consumer output: ${step_output}")
+
+# The command-line tool is installed too and finds the installed libraries on its own.
+if(EXISTS ${prefix}/bin/kivlut)
+  run_step("run the installed kivlut" ${prefix}/bin/kivlut --help)
+  if(NOT step_output MATCHES "SYNOPSIS")
+    message(FATAL_ERROR "the installed kivlut printed no usage:\n${step_output}")
+  endif()
+elseif(TOOLS_BUILT)
+  message(FATAL_ERROR "kivlut was built but not installed into ${prefix}/bin")
+endif()

@@ -1,0 +1,429 @@
+// Planning: where each input's picture goes. Running: every job on the oneTBB pool, each one
+// read -> map -> write on its own, with one mutex keeping the lines of different jobs whole.
+#include "batch.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <exception>
+#include <map>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "frame_io.h"
+#include "operations.h"
+
+namespace kivlut {
+namespace fs = std::filesystem;
+
+namespace {
+
+// Width of the interactive progress bar, in characters between the brackets.
+constexpr int kBarWidth = 30;
+
+// One job per task: a frame takes milliseconds to seconds, far more than scheduling one.
+constexpr std::size_t kJobGrain = 1;
+
+// The operations that write pictures, whose output names NAME.OPERATION.png a folder may hold.
+constexpr Operation kPictureOperations[] = {
+    Operation::kEqualize, Operation::kLinear, Operation::kScale, Operation::kNormals,
+    Operation::kShade,    Operation::kGrey,   Operation::kBlend};
+
+bool EndsWith(const std::string& text, const std::string& tail) {
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+// A picture this tool wrote earlier (NAME.equalize.png, NAME.legend.png, ...). Running over a
+// folder a second time must not colour the pictures of the first run.
+bool IsOwnOutput(const fs::path& file) {
+  const std::string name = file.filename().string();
+  if (EndsWith(name, ".legend.png")) return true;
+  for (Operation operation : kPictureOperations) {
+    if (EndsWith(name, std::string(".") + OperationName(operation) + ".png")) return true;
+  }
+  return false;
+}
+
+fs::path DefaultOutputName(const fs::path& input, Operation operation) {
+  return input.stem().string() + "." + OperationName(operation) + ".png";
+}
+
+enum class Kind { kMissing, kFolder, kFile };
+
+Kind KindOf(const fs::path& path) {
+  std::error_code code;
+  const fs::file_status status = fs::status(path, code);
+  if (code || !fs::exists(status)) return Kind::kMissing;
+  return fs::is_directory(status) ? Kind::kFolder : Kind::kFile;
+}
+
+// The frame files directly inside `folder`, sorted by name.
+bool ListFrames(const fs::path& folder, bool rawGiven, std::vector<fs::path>* frames,
+                std::string* error) {
+  std::vector<fs::path> found;
+  std::error_code code;
+  fs::directory_iterator it(folder, code);
+  for (; !code && it != fs::directory_iterator(); it.increment(code)) {
+    std::error_code typeCode;
+    if (!it->is_regular_file(typeCode) || typeCode) continue;
+    const fs::path& file = it->path();
+    if (LooksLikeFrame(file, rawGiven) && !IsOwnOutput(file)) found.push_back(file);
+  }
+  if (code) {
+    *error = "cannot list the folder " + folder.string() + ": " + code.message();
+    return false;
+  }
+  if (found.empty()) {
+    *error = "no frame files in " + folder.string();
+    return false;
+  }
+  std::sort(found.begin(), found.end());
+  frames->insert(frames->end(), found.begin(), found.end());
+  return true;
+}
+
+// The folder an output file goes into, created when missing.
+bool PrepareParentFolder(const fs::path& file, std::string* error) {
+  const fs::path folder = file.parent_path();
+  if (folder.empty() || KindOf(folder) == Kind::kFolder) return true;
+  std::error_code code;
+  fs::create_directories(folder, code);
+  if (code) {
+    *error = "cannot create the folder " + folder.string() + ": " + code.message();
+    return false;
+  }
+  return true;
+}
+
+bool PlanBlend(const Options& options, std::vector<Job>* jobs, std::string* error) {
+  if (options.inputs.size() != 2) {
+    *error = "blend takes exactly two pictures, got " + std::to_string(options.inputs.size());
+    return false;
+  }
+  Job job;
+  for (const std::string& input : options.inputs) {
+    switch (KindOf(input)) {
+      case Kind::kMissing:
+        *error = input + ": no such file or folder";
+        return false;
+      case Kind::kFolder:
+        *error = "blend takes two picture files, " + input + " is a folder";
+        return false;
+      case Kind::kFile:
+        job.inputs.emplace_back(input);
+        break;
+    }
+  }
+  const fs::path& first = job.inputs.front();
+  if (options.output.empty()) {
+    job.output = first.parent_path() / DefaultOutputName(first, Operation::kBlend);
+  } else if (KindOf(options.output) == Kind::kFolder) {
+    job.output = fs::path(options.output) / DefaultOutputName(first, Operation::kBlend);
+  } else {
+    job.output = options.output;
+  }
+  for (const fs::path& input : job.inputs) {
+    std::error_code code;
+    if (fs::equivalent(job.output, input, code) && !code) {
+      *error = input.string() + " is both an input and the output";
+      return false;
+    }
+  }
+  if (!PrepareParentFolder(job.output, error)) return false;
+  jobs->push_back(std::move(job));
+  return true;
+}
+
+// -o as the folder of every output: created when missing, refused when it is an existing file.
+bool PrepareOutputFolder(const fs::path& folder, std::string* error) {
+  const Kind kind = KindOf(folder);
+  if (kind == Kind::kFolder) return true;
+  if (kind == Kind::kFile) {
+    *error = "-o " + folder.string() + " is an existing file, several outputs need a folder";
+    return false;
+  }
+  std::error_code code;
+  fs::create_directories(folder, code);
+  if (code) {
+    *error = "cannot create the folder " + folder.string() + ": " + code.message();
+    return false;
+  }
+  return true;
+}
+
+bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::string* error) {
+  if (options.inputs.empty()) {
+    *error = "no input files";
+    return false;
+  }
+  std::vector<fs::path> frames;
+  bool singleFile = options.inputs.size() == 1;
+  for (const std::string& input : options.inputs) {
+    switch (KindOf(input)) {
+      case Kind::kMissing:
+        *error = input + ": no such file or folder";
+        return false;
+      case Kind::kFolder:
+        singleFile = false;
+        if (!ListFrames(input, options.raw.has_value(), &frames, error)) return false;
+        break;
+      case Kind::kFile:
+        frames.emplace_back(input);
+        break;
+    }
+  }
+
+  const fs::path output = options.output;
+  // "out/" names a folder even when it does not exist yet.
+  const bool outputIsFile = !output.empty() && singleFile && !output.filename().empty() &&
+                            KindOf(output) != Kind::kFolder;
+
+  std::map<fs::path, fs::path> inputOfOutput;
+  for (const fs::path& frame : frames) {
+    Job job;
+    job.inputs.push_back(frame);
+    if (outputIsFile) {
+      job.output = output;
+    } else if (output.empty()) {
+      job.output = frame.parent_path() / DefaultOutputName(frame, options.operation);
+    } else {
+      job.output = output / DefaultOutputName(frame, options.operation);
+    }
+    std::error_code code;
+    if (fs::equivalent(job.output, frame, code) && !code) {
+      *error = frame.string() + " is both the input and the output";
+      return false;
+    }
+    const auto [it, added] = inputOfOutput.emplace(job.output.lexically_normal(), frame);
+    if (!added) {
+      *error = it->second.string() + " and " + frame.string() + " would both write " +
+               job.output.string();
+      return false;
+    }
+    jobs->push_back(std::move(job));
+  }
+  // Folders are made only once the plan holds, so a refused command line leaves nothing behind.
+  if (outputIsFile) return PrepareParentFolder(output, error);
+  if (!output.empty()) return PrepareOutputFolder(output, error);
+  return true;
+}
+
+// The one line of a job in messages: its input, or both inputs of a blend.
+std::string JobLabel(const Job& job) {
+  std::string label;
+  for (const fs::path& input : job.inputs) {
+    if (!label.empty()) label += " + ";
+    label += input.string();
+  }
+  return label;
+}
+
+// With one job the legend goes where --legend says; with several, each job's legend is
+// NAME.legend.png beside its picture, NAME being the input's stem, so no job overwrites another's.
+fs::path LegendPath(const Options& options, const Job& job, std::size_t jobCount) {
+  if (jobCount == 1) return options.legendPath;
+  return job.output.parent_path() / (job.inputs.front().stem().string() + ".legend.png");
+}
+
+struct JobOutcome {
+  bool ok = false;
+  std::string failedFile;  // the input the error is about
+  std::string error;
+  std::string statsLine;
+};
+
+JobOutcome RunOneJob(const Options& options, const Job& job, std::size_t jobCount) {
+  JobOutcome outcome;
+  outcome.failedFile = JobLabel(job);
+  std::vector<cv::Mat> pixels;
+  for (const fs::path& input : job.inputs) {
+    ReadResult read = ReadPixels(input, options.raw);
+    if (read.pixels.empty()) {
+      outcome.failedFile = input.string();
+      outcome.error = read.error.empty() ? "cannot read the file" : read.error;
+      return outcome;
+    }
+    pixels.push_back(std::move(read.pixels));
+  }
+
+  const OperationResult result = RunOperation(options, pixels);
+  if (!result.ok) {
+    outcome.error = result.error.empty() ? "the operation failed" : result.error;
+    return outcome;
+  }
+  // The line names the input like every failure; the problem names the file that was not written.
+  std::string problem;
+  if (!WritePictureAtomically(job.output, result.picture, &problem)) {
+    outcome.error = job.output.string() + ": " + problem;
+    return outcome;
+  }
+  if (!options.legendPath.empty() && !result.legend.empty()) {
+    const fs::path legend = LegendPath(options, job, jobCount);
+    if (!WritePictureAtomically(legend, result.legend, &problem)) {
+      outcome.error = legend.string() + ": " + problem;
+      return outcome;
+    }
+  }
+  if (options.stats) outcome.statsLine = JobLabel(job) + ": " + FormatStats(result.stats);
+  outcome.ok = true;
+  return outcome;
+}
+
+// Everything RunJobs writes, behind one mutex so that lines of different jobs never interleave.
+class Reporter {
+ public:
+  Reporter(std::ostream& out, std::ostream& err, bool interactive, std::size_t total)
+      : out_(out), err_(err), interactive_(interactive), total_(total) {}
+
+  void Finished(const Job& job, const JobOutcome& outcome) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++done_;
+    if (!outcome.ok) {
+      EraseBar();
+      err_ << "kivlut: " << outcome.failedFile << ": " << outcome.error << '\n';
+    }
+    if (!outcome.statsLine.empty()) {
+      EraseBar();
+      err_.flush();
+      out_ << outcome.statsLine << '\n';
+      out_.flush();
+    }
+    if (interactive_) {
+      DrawBar();
+    } else {
+      err_ << "kivlut: [" << done_ << '/' << total_ << "] " << JobLabel(job);
+      if (outcome.ok) {
+        err_ << " -> " << job.output.string() << '\n';
+      } else {
+        err_ << " failed\n";
+      }
+    }
+    err_.flush();
+  }
+
+  void Close() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (interactive_ && barLength_ > 0) {
+      err_ << '\n';
+      err_.flush();
+      barLength_ = 0;
+    }
+  }
+
+ private:
+  // Blanks the bar so that a message line starts at the left edge; the bar is redrawn after it.
+  void EraseBar() {
+    if (!interactive_ || barLength_ == 0) return;
+    err_ << '\r' << std::string(barLength_, ' ') << '\r';
+    barLength_ = 0;
+  }
+
+  void DrawBar() {
+    const std::size_t filled = total_ == 0 ? kBarWidth : done_ * kBarWidth / total_;
+    std::string bar = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
+                      std::to_string(done_) + "/" + std::to_string(total_) + " frames";
+    err_ << '\r' << bar;
+    barLength_ = bar.size();
+  }
+
+  std::mutex mutex_;
+  std::ostream& out_;
+  std::ostream& err_;
+  const bool interactive_;
+  const std::size_t total_;
+  std::size_t done_ = 0;
+  std::size_t barLength_ = 0;  // characters of the bar now on the line, 0 when none
+};
+
+}  // namespace
+
+bool PlanJobs(const Options& options, std::vector<Job>* jobs, std::string* error) {
+  std::string ignored;
+  if (error == nullptr) error = &ignored;
+  if (jobs == nullptr) {
+    *error = "no job list to fill";
+    return false;
+  }
+  std::vector<Job> planned;
+  bool ok = false;
+  try {
+    if (options.operation == Operation::kDemo) {
+      *error = "demo writes its gallery itself and has no jobs";
+    } else if (options.operation == Operation::kBlend) {
+      ok = PlanBlend(options, &planned, error);
+    } else {
+      ok = PlanFrames(options, &planned, error);
+    }
+  } catch (const std::bad_alloc&) {
+    *error = "out of memory while planning";
+    ok = false;
+  } catch (const std::exception& e) {
+    *error = e.what();
+    ok = false;
+  }
+  if (ok) *jobs = std::move(planned);
+  return ok;
+}
+
+int RunJobs(const Options& options, const std::vector<Job>& jobs, std::ostream& out,
+            std::ostream& err, bool interactive) {
+  if (jobs.empty()) return 0;
+  Reporter reporter(out, err, interactive, jobs.size());
+  std::atomic<bool> anyFailed{false};
+
+  auto runRange = [&](const tbb::blocked_range<std::size_t>& range) {
+    for (std::size_t i = range.begin(); i != range.end(); ++i) {
+      JobOutcome outcome;
+      // A job that throws fails alone: the others keep running and the exit status says so.
+      try {
+        outcome = RunOneJob(options, jobs[i], jobs.size());
+      } catch (const std::bad_alloc&) {
+        outcome.failedFile = JobLabel(jobs[i]);
+        outcome.error = "out of memory";
+      } catch (const std::exception& e) {
+        outcome.failedFile = JobLabel(jobs[i]);
+        outcome.error = e.what();
+      }
+      if (!outcome.ok) anyFailed = true;
+      reporter.Finished(jobs[i], outcome);
+    }
+  };
+
+  try {
+    const int workers = options.jobs > 0 ? options.jobs : tbb::task_arena::automatic;
+    // --jobs above the core count is honoured: the pool grows for this run instead of TBB
+    // warning on err and running fewer workers than asked.
+    std::optional<tbb::global_control> morePool;
+    const std::size_t poolLimit =
+        tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism);
+    if (options.jobs > 0 && static_cast<std::size_t>(options.jobs) > poolLimit) {
+      morePool.emplace(tbb::global_control::max_allowed_parallelism,
+                       static_cast<std::size_t>(options.jobs));
+    }
+    tbb::task_arena arena(workers);
+    arena.execute([&] {
+      tbb::parallel_for(tbb::blocked_range<std::size_t>(0, jobs.size(), kJobGrain), runRange,
+                        tbb::simple_partitioner());
+    });
+    reporter.Close();
+  } catch (const std::exception& e) {
+    // Only the reporting itself can get here (every job catches its own failures).
+    err << "kivlut: " << e.what() << '\n';
+    return 1;
+  }
+  return anyFailed ? 1 : 0;
+}
+
+}  // namespace kivlut

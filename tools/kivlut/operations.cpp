@@ -1,0 +1,539 @@
+#include "operations.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <sstream>
+
+#include "Kiv3DDataConvert.h"
+#include "frame_io.h"
+
+namespace kivlut {
+namespace {
+
+using KIVMV::KivColor;
+using KIVMV::KivColorArray;
+using KIVMV::KivLUTSetting;
+using KIVMV::KivRangeImage;
+
+OperationResult Failure(std::string error, long status = KIVMV::LUT_OK) {
+  OperationResult result;
+  result.status = status;
+  result.error = std::move(error);
+  return result;
+}
+
+std::string StatusText(long status, const char* method) {
+  return std::string(KIVMV::KivLUTStatusName(status)) + " (" + std::to_string(status) + ") from " +
+         method;
+}
+
+std::string Number(double value) {
+  std::ostringstream text;
+  text.precision(6);
+  text << value;
+  return text.str();
+}
+
+std::string Range(double low, double high, const char* origin) {
+  return Number(low) + " .. " + Number(high) + " (" + origin + ")";
+}
+
+// The colour array of a range mapping as a picture of the image's shape.
+bool ToPicture(const KivColorArray& colours, int width, int height, cv::Mat* picture,
+               std::string* error) {
+  const int channels = colours.Channel();
+  if (colours.Data() == nullptr || colours.Length() != width * height ||
+      (channels != 3 && channels != 4) || !colours.Mat().isContinuous()) {
+    *error = "the library returned " + std::to_string(colours.Length()) + " colours of " +
+             std::to_string(channels) + " channels for " + std::to_string(width) + "x" +
+             std::to_string(height) + " pixels";
+    return false;
+  }
+  *picture = cv::Mat(height, width, CV_8UC(channels), colours.Data()).clone();
+  return true;
+}
+
+// Heights in physical units, invalid pixels as the target type's marker.
+bool ConvertHeights(KivRangeImage& image, KIVMV::KivDataType type, KivRangeImage* heights,
+                    std::string* error) {
+  KIVMV::Kiv3DDataConvert convert;
+  const long status = convert.RangeImageDataTypeConvert(image, heights, type);
+  if (status != 0) {
+    *error = "cannot convert the pixels to " + std::string(PixelTypeName(type)) +
+             " heights (platform status " + std::to_string(status) + ")";
+    return false;
+  }
+  return true;
+}
+
+// Minimum, maximum and count of the valid heights, by the platform's validity rule.
+bool MeasureHeights(KivRangeImage& image, MappingStats* stats, std::string* error) {
+  KivRangeImage heights;
+  if (!ConvertHeights(image, KIVMV::KIV_DATA_F64, &heights, error)) return false;
+  const double* values = heights.Ptr<double>();
+  const size_t count = static_cast<size_t>(heights.Width()) * heights.Height();
+  stats->total = static_cast<long long>(count);
+  stats->valid = 0;
+  stats->minimum = 0.0;
+  stats->maximum = 0.0;
+  for (size_t i = 0; i < count; ++i) {
+    const double v = values[i];
+    if (v == -DBL_MAX) continue;
+    if (stats->valid == 0 || v < stats->minimum) stats->minimum = v;
+    if (stats->valid == 0 || v > stats->maximum) stats->maximum = v;
+    ++stats->valid;
+  }
+  return true;
+}
+
+KIVMV::Kiv3DFloatArray FloatArrayOf(const KivRangeImage& floatHeights) {
+  const int length = floatHeights.Width() * floatHeights.Height();
+  KIVMV::Kiv3DFloatArray values(length);
+  if (length > 0) {
+    std::memcpy(values.Data(), floatHeights.Data(), sizeof(float) * static_cast<size_t>(length));
+  }
+  return values;
+}
+
+template <typename T>
+void CopyRawValues(const KivRangeImage& image, KIVMV::Kiv3DIntArray* values) {
+  const cv::Mat& mat = image.Mat();
+  int index = 0;
+  for (int row = 0; row < mat.rows; ++row) {
+    const T* pixels = mat.ptr<T>(row);
+    for (int col = 0; col < mat.cols; ++col) (*values)[index++] = pixels[col];
+  }
+}
+
+// The raw values of an integer range image, widened to int.
+KIVMV::Kiv3DIntArray IntArrayOf(const KivRangeImage& image) {
+  KIVMV::Kiv3DIntArray values(image.Width() * image.Height());
+  switch (image.DataType()) {
+    case KIVMV::KIV_DATA_U8:
+      CopyRawValues<uint8_t>(image, &values);
+      break;
+    case KIVMV::KIV_DATA_S8:
+      CopyRawValues<int8_t>(image, &values);
+      break;
+    case KIVMV::KIV_DATA_U16:
+      CopyRawValues<uint16_t>(image, &values);
+      break;
+    case KIVMV::KIV_DATA_S16:
+      CopyRawValues<int16_t>(image, &values);
+      break;
+    default:
+      CopyRawValues<int32_t>(image, &values);
+      break;
+  }
+  return values;
+}
+
+bool IsIntegerType(KIVMV::KivDataType type) { return type <= KIVMV::KIV_DATA_S32; }
+
+// The bounds of the percentile form, found the way the library finds them: element
+// trunc(N x lower) and element trunc((1 - upper) x N) of the sorted valid values.
+std::pair<float, float> PercentileBounds(const KivRangeImage& floatHeights, double upper,
+                                         double lower) {
+  std::vector<float> valid;
+  const float* values = floatHeights.Ptr<float>();
+  const size_t count = static_cast<size_t>(floatHeights.Width()) * floatHeights.Height();
+  for (size_t i = 0; i < count; ++i) {
+    if (std::isfinite(values[i]) && values[i] != -FLT_MAX) valid.push_back(values[i]);
+  }
+  if (valid.empty()) return {0.0f, 0.0f};
+  const size_t last = valid.size() - 1;
+  const double n = static_cast<double>(valid.size());
+  size_t lowIndex = std::min(last, static_cast<size_t>(n * lower));
+  size_t highIndex = std::min(last, static_cast<size_t>((1.0 - upper) * n));
+  highIndex = std::max(highIndex, lowIndex);
+  std::nth_element(valid.begin(), valid.begin() + lowIndex, valid.end());
+  const float low = valid[lowIndex];
+  std::nth_element(valid.begin(), valid.begin() + highIndex, valid.end());
+  float high = valid[highIndex];
+  if (high == low) high = low + 1e-6f;
+  return {low, high};
+}
+
+struct RangeContext {
+  const Options& options;
+  KivRangeImage image;
+  KivLUTSetting lut;
+  KivColorArray colours;
+  OperationResult result;
+};
+
+bool Refused(long status, const char* method, OperationResult* result) {
+  if (status == KIVMV::LUT_OK) return false;
+  result->status = status;
+  result->error = StatusText(status, method);
+  return true;
+}
+
+bool RunEqualize(RangeContext& c) {
+  const Options& o = c.options;
+  if (o.asArray) {
+    KivRangeImage heights;
+    if (!ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) return false;
+    KIVMV::Kiv3DFloatArray values = FloatArrayOf(heights);
+    const float low = static_cast<float>(o.bounds ? o.bounds->first : c.result.stats.minimum);
+    const float high = static_cast<float>(o.bounds ? o.bounds->second : c.result.stats.maximum);
+    c.result.stats.bounds = Range(low, high, o.bounds ? "given, narrowed to the data" : "measured");
+    return !Refused(c.lut.SetColorLUT(values, low, high, o.mapType, &c.colours), "SetColorLUT",
+                    &c.result);
+  }
+  long status;
+  if (!o.bounds) {
+    c.result.stats.bounds = Range(c.result.stats.minimum, c.result.stats.maximum, "measured");
+    status = c.lut.ColorMapLUT(c.image, o.mapType, &c.colours);
+  } else if (!o.indexRange) {
+    c.result.stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    status = c.lut.ColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second, &c.colours);
+  } else {
+    c.result.stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    status =
+        c.lut.ColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second,
+                          o.indexRange->first, o.indexRange->second, SwappedLibraryColour(o.below),
+                          SwappedLibraryColour(o.above), &c.colours);
+  }
+  return !Refused(status, "ColorMapLUT", &c.result);
+}
+
+bool RunLinear(RangeContext& c) {
+  const Options& o = c.options;
+  MappingStats& stats = c.result.stats;
+  if (o.asArray) {
+    if (IsIntegerType(c.image.DataType())) {
+      KIVMV::Kiv3DIntArray values = IntArrayOf(c.image);
+      // The flat integer form knows no markers: measured bounds are the raw values of the valid
+      // extremes, so holes (markers lie below every valid value) fall below and come out black.
+      int low = 0;
+      int high = 0;
+      if (o.bounds) {
+        low = static_cast<int>(std::clamp(o.bounds->first, -2147483648.0, 2147483647.0));
+        high = static_cast<int>(std::clamp(o.bounds->second, -2147483648.0, 2147483647.0));
+      } else if (stats.valid > 0) {
+        const double scale = c.image.ResolutionZ();
+        const double offset = c.image.OffsetZ();
+        const double a = scale != 0.0 ? stats.minimum / scale + offset : offset;
+        const double b = scale != 0.0 ? stats.maximum / scale + offset : offset;
+        low =
+            static_cast<int>(std::lround(std::clamp(std::min(a, b), -2147483648.0, 2147483647.0)));
+        high =
+            static_cast<int>(std::lround(std::clamp(std::max(a, b), -2147483648.0, 2147483647.0)));
+      }
+      stats.bounds = Range(low, high, o.bounds ? "given, raw values" : "measured, raw values");
+      return !Refused(c.lut.ColorMapLUT(values, o.mapType, low, high, &c.colours), "ColorMapLUT",
+                      &c.result);
+    }
+    KivRangeImage heights;
+    if (!ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) return false;
+    KIVMV::Kiv3DFloatArray values = FloatArrayOf(heights);
+    const float low = static_cast<float>(o.bounds ? o.bounds->first : stats.minimum);
+    const float high = static_cast<float>(o.bounds ? o.bounds->second : stats.maximum);
+    stats.bounds = Range(low, high, o.bounds ? "given" : "measured");
+    return !Refused(c.lut.LinearSetColorLUT(values, low, high, o.mapType, &c.colours),
+                    "LinearSetColorLUT", &c.result);
+  }
+  long status;
+  if (o.percentile) {
+    // The percentile form reads float pixels as they are. Other images, and float ones with a
+    // scale, go through float heights first, so the percentiles are heights; a float image in
+    // its own units is passed unchanged, infinities and all, so it keeps the library's result.
+    KivRangeImage heights = c.image;
+    const bool plainFloat = c.image.DataType() == KIVMV::KIV_DATA_F32 &&
+                            c.image.ResolutionZ() == 1.0 && c.image.OffsetZ() == 0.0;
+    if (!plainFloat && !ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) {
+      return false;
+    }
+    const double lower = o.percentile->first / 100.0;
+    const double upper = (100.0 - o.percentile->second) / 100.0;
+    status = c.lut.LinearColorMapLUT(heights, &c.colours, o.mapType, upper, lower);
+    if (status == KIVMV::LUT_OK) {
+      const auto bounds = PercentileBounds(heights, upper, lower);
+      stats.bounds = Range(bounds.first, bounds.second, "percentiles");
+    }
+  } else if (!o.bounds) {
+    stats.bounds = Range(stats.minimum, stats.maximum, "measured");
+    status = c.lut.LinearColorMapLUT(c.image, o.mapType, &c.colours);
+  } else if (!o.indexRange) {
+    stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    status =
+        c.lut.LinearColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second, &c.colours);
+  } else {
+    stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    status = c.lut.LinearColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second,
+                                     o.indexRange->first, o.indexRange->second,
+                                     SwappedLibraryColour(o.below), SwappedLibraryColour(o.above),
+                                     &c.colours);
+  }
+  return !Refused(status, "LinearColorMapLUT", &c.result);
+}
+
+KIVMV::LinearColorMapLUT_Para ScaleRecord(const Options& o) {
+  KIVMV::LinearColorMapLUT_Para para;
+  if (o.scaleValues) {
+    para.value0 = (*o.scaleValues)[0];
+    para.value1 = (*o.scaleValues)[1];
+    para.value2 = (*o.scaleValues)[2];
+    para.value3 = (*o.scaleValues)[3];
+    para.value4 = (*o.scaleValues)[4];
+  }
+  para.index0 = o.scaleIndices[0];
+  para.index1 = o.scaleIndices[1];
+  para.index2 = o.scaleIndices[2];
+  para.index3 = o.scaleIndices[3];
+  para.index4 = o.scaleIndices[4];
+  return para;
+}
+
+std::string BreakValues(const KIVMV::LinearColorMapLUT_Para& p, const char* origin) {
+  return Number(p.value0) + " " + Number(p.value1) + " " + Number(p.value2) + " " +
+         Number(p.value3) + " " + Number(p.value4) + " (" + origin + ")";
+}
+
+bool RunScale(RangeContext& c) {
+  const Options& o = c.options;
+  KIVMV::LinearColorMapLUT_Para para = ScaleRecord(o);
+  KivColor under = SwappedLibraryColour(o.below);
+  KivColor over = SwappedLibraryColour(o.above);
+  const char* origin = o.automatic ? "automatic" : "given";
+  if (o.asArray) {
+    KivRangeImage heights;
+    if (!ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) return false;
+    KIVMV::Kiv3DFloatArray values = FloatArrayOf(heights);
+    c.result.stats.bounds = o.automatic ? std::string("derived from the data, rescaled to [-1, 1]")
+                                        : BreakValues(para, "given, of the rescaled values");
+    return !Refused(
+        c.lut.LinearColorMapLUT(values, &c.colours, para, under, over, o.mapType, o.automatic),
+        "LinearColorMapLUT", &c.result);
+  }
+  if (!o.segmented) {
+    if (Refused(
+            c.lut.LinearColorMapLUT(c.image, &c.colours, para, under, over, o.mapType, o.automatic),
+            "LinearColorMapLUT", &c.result)) {
+      return false;
+    }
+    c.result.stats.bounds = BreakValues(para, origin);
+  }
+  if (o.segmented || !o.legendPath.empty()) {
+    KIVMV::LinearColorMapLUT_Para segmentPara = ScaleRecord(o);
+    KivColorArray segmented;
+    KIVMV::KivVarArray extras;
+    if (Refused(c.lut.ColorMapLUT(c.image, &segmented, segmentPara, under, over, o.mapType,
+                                  o.automatic, 0, 0, &extras, nullptr),
+                "ColorMapLUT", &c.result)) {
+      return false;
+    }
+    if (extras.Length() < 1 || !extras[0].IsImage()) {
+      c.result.error = "ColorMapLUT returned no histogram chart";
+      return false;
+    }
+    c.result.legend = extras[0].ToImage().Mat().clone();
+    if (o.segmented) {
+      c.colours = segmented;
+      c.result.stats.bounds = o.automatic ? std::string("derived from the data (automatic)")
+                                          : BreakValues(segmentPara, origin);
+    }
+  }
+  return true;
+}
+
+bool RunShade(RangeContext& c) {
+  const Options& o = c.options;
+  const KivRangeImage& image = c.image;
+  // Defaults in the image's point coordinates: the light above the top-left corner and the eye
+  // above the centre, both one image diagonal higher than the highest point.
+  const double width = image.Width() * image.ResolutionY();
+  const double height = image.Height() * image.ResolutionX();
+  const double diagonal = std::hypot(width, height);
+  const double left = (0.0 - image.OffsetY()) * image.ResolutionY();
+  const double top = (0.0 - image.OffsetX()) * image.ResolutionX();
+  const double peak = c.result.stats.valid > 0 ? c.result.stats.maximum : 0.0;
+  const std::array<float, 3> light =
+      o.light ? *o.light
+              : std::array<float, 3>{static_cast<float>(left), static_cast<float>(top),
+                                     static_cast<float>(peak + diagonal)};
+  const std::array<float, 3> eye =
+      o.eye ? *o.eye
+            : std::array<float, 3>{static_cast<float>(left + width / 2),
+                                   static_cast<float>(top + height / 2),
+                                   static_cast<float>(peak + 2 * diagonal)};
+  KIVMV::KivVector3d lightAt(light[0], light[1], light[2]);
+  KIVMV::KivVector3d eyeAt(eye[0], eye[1], eye[2]);
+  c.result.stats.bounds = "light " + Number(light[0]) + "," + Number(light[1]) + "," +
+                          Number(light[2]) + " eye " + Number(eye[0]) + "," + Number(eye[1]) + "," +
+                          Number(eye[2]);
+  const auto& k = o.coefficients;
+  return !Refused(c.lut.SetColorNormalMap(c.image, lightAt, eyeAt, o.mapType, k[0], k[1], k[2],
+                                          k[3], &c.colours),
+                  "SetColorNormalMap", &c.result);
+}
+
+OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels) {
+  std::string error;
+  std::optional<KivRangeImage> image = ToRangeImage(pixels, options.axes, &error);
+  if (!image) return Failure(error);
+  RangeContext c{options, *image, KivLUTSetting(), KivColorArray(), OperationResult()};
+  if (!MeasureHeights(c.image, &c.result.stats, &c.result.error)) return c.result;
+  bool done = false;
+  switch (options.operation) {
+    case Operation::kEqualize:
+      done = RunEqualize(c);
+      break;
+    case Operation::kLinear:
+      done = RunLinear(c);
+      break;
+    case Operation::kScale:
+      done = RunScale(c);
+      break;
+    case Operation::kNormals:
+      done = !Refused(c.lut.SetColorNormalMapPhong(c.image, &c.colours), "SetColorNormalMapPhong",
+                      &c.result);
+      break;
+    case Operation::kShade:
+      done = RunShade(c);
+      break;
+    default:
+      c.result.error = "not a range-image operation";
+      break;
+  }
+  if (done &&
+      ToPicture(c.colours, c.image.Width(), c.image.Height(), &c.result.picture, &c.result.error)) {
+    c.result.ok = true;
+  }
+  return c.result;
+}
+
+std::string DescribePixels(const cv::Mat& pixels) {
+  static const char* kDepths[] = {"8-bit",          "signed 8-bit", "16-bit",       "signed 16-bit",
+                                  "32-bit integer", "32-bit float", "64-bit float", "16-bit float"};
+  return std::to_string(pixels.channels()) + " channel(s) of " + kDepths[pixels.depth() & 7];
+}
+
+OperationResult RunGrey(const Options& o, const cv::Mat& pixels) {
+  OperationResult result;
+  KIVMV::KivImage source;
+  source.Mat() = pixels;
+  KIVMV::KivImage picture;
+  KivLUTSetting lut;
+  const char* method = "SetColorLUT";
+  long status;
+  MappingStats& stats = result.stats;
+  stats.total = static_cast<long long>(pixels.total());
+  if (pixels.channels() == 1 && (pixels.depth() == CV_8U || pixels.depth() == CV_16U)) {
+    cv::Mat asDouble;
+    pixels.convertTo(asDouble, CV_64F);
+    stats.valid = cv::countNonZero(pixels);
+    cv::minMaxLoc(asDouble, &stats.minimum, &stats.maximum, nullptr, nullptr, pixels != 0);
+  }
+  if (o.bounds) {
+    const double low = o.bounds->first;
+    const double high = o.bounds->second;
+    if (low != std::trunc(low) || high != std::trunc(high) || std::fabs(low) > INT_MAX ||
+        std::fabs(high) > INT_MAX) {
+      return Failure("--bounds: grey levels must be whole numbers");
+    }
+    const std::pair<int, int> index = o.indexRange.value_or(std::make_pair(0, 255));
+    stats.bounds = Range(low, high, "given");
+    status = lut.SetColorLUT(source, &picture, o.mapType, static_cast<int>(low),
+                             static_cast<int>(high), index.first, index.second,
+                             SwappedLibraryColour(o.below), SwappedLibraryColour(o.above));
+  } else if (o.equalizeGrey) {
+    stats.bounds = Range(stats.minimum, stats.maximum, "non-zero levels");
+    status = lut.SetColorLUT(source, &picture, o.mapType);
+  } else {
+    method = "LinearSetColorLUT";
+    if (pixels.depth() == CV_16U) {
+      double low = 0.0;
+      double high = 0.0;
+      cv::minMaxLoc(pixels, &low, &high);
+      stats.bounds = Range(low, high, "measured");
+    } else {
+      stats.bounds = "0 .. 255 (grey levels index the table)";
+    }
+    status = lut.LinearSetColorLUT(source, &picture, o.mapType);
+  }
+  if (status != KIVMV::LUT_OK) {
+    std::string error = StatusText(status, method);
+    if (status == KIVMV::LUT_ERR_IMAGE_CHANNELS || status == KIVMV::LUT_ERR_IMAGE_BIT_DEPTH) {
+      error += ": grey takes one-channel 8- or 16-bit images, not " + DescribePixels(pixels);
+    }
+    return Failure(error, status);
+  }
+  result.picture = picture.Mat().clone();
+  result.ok = true;
+  return result;
+}
+
+bool ToColourArray(const cv::Mat& pixels, KivColorArray* colours, std::string* error) {
+  const int channels = pixels.channels();
+  if (pixels.depth() != CV_8U || (channels != 1 && channels != 3 && channels != 4)) {
+    *error = "blend takes 8-bit pictures of 1, 3 or 4 channels, not " + DescribePixels(pixels);
+    return false;
+  }
+  colours->SetSize(pixels.cols, pixels.rows, channels);
+  pixels.copyTo(colours->Mat());
+  return true;
+}
+
+OperationResult RunBlend(const Options& o, const cv::Mat& a, const cv::Mat& b) {
+  KivColorArray first;
+  KivColorArray second;
+  std::string error;
+  if (!ToColourArray(a, &first, &error) || !ToColourArray(b, &second, &error)) {
+    return Failure(error);
+  }
+  KivColorArray blended;
+  KivLUTSetting lut;
+  const long status = lut.ColorBlend(first, second, o.alpha, &blended);
+  if (status != KIVMV::LUT_OK) return Failure(StatusText(status, "ColorBlend"), status);
+  OperationResult result;
+  const int channels = blended.Channel();
+  if (blended.Length() != a.cols * a.rows || blended.Data() == nullptr ||
+      !blended.Mat().isContinuous()) {
+    return Failure("ColorBlend returned " + std::to_string(blended.Length()) + " colours");
+  }
+  result.picture = cv::Mat(a.rows, a.cols, CV_8UC(channels), blended.Data()).clone();
+  result.stats.total = result.stats.valid = blended.Length();
+  result.stats.bounds = "alpha " + Number(o.alpha);
+  result.ok = true;
+  return result;
+}
+
+}  // namespace
+
+KivColor SwappedLibraryColour(const Rgb& rgb) { return KivColor(rgb.red, rgb.green, rgb.blue); }
+
+std::string FormatStats(const MappingStats& stats) {
+  std::string line = "min " + Number(stats.minimum) + " max " + Number(stats.maximum) + " valid " +
+                     std::to_string(stats.valid) + "/" + std::to_string(stats.total);
+  if (!stats.bounds.empty()) line += " bounds " + stats.bounds;
+  return line;
+}
+
+OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs) {
+  try {
+    const size_t needed = options.operation == Operation::kBlend ? 2 : 1;
+    if (inputs.size() != needed) {
+      return Failure(std::string(OperationName(options.operation)) + " takes " +
+                     std::to_string(needed) + " input(s)");
+    }
+    switch (options.operation) {
+      case Operation::kGrey:
+        return RunGrey(options, inputs[0]);
+      case Operation::kBlend:
+        return RunBlend(options, inputs[0], inputs[1]);
+      case Operation::kDemo:
+        return Failure("demo is not a per-file operation");
+      default:
+        return RunRangeOperation(options, inputs[0]);
+    }
+  } catch (const std::exception& e) {
+    return Failure(std::string("unexpected failure: ") + e.what());
+  }
+}
+
+}  // namespace kivlut

@@ -1,0 +1,40 @@
+// One operation of kivlut applied to the pixels of one input (two for blend) through the library.
+#pragma once
+
+#include <opencv2/core.hpp>
+#include <string>
+#include <vector>
+
+#include "options.h"
+
+namespace kivlut {
+
+// What the mapping measured, for --stats.
+struct MappingStats {
+  double minimum = 0.0;  // of the valid values, in physical units
+  double maximum = 0.0;
+  long long valid = 0;  // valid pixels
+  long long total = 0;  // all pixels
+  std::string bounds;   // the bounds the mapping used, as text ("0.666 .. 1.731")
+};
+
+struct OperationResult {
+  bool ok = false;
+  cv::Mat picture;  // 8-bit, blue first, the input's width and height
+  cv::Mat legend;   // scale --legend: the histogram chart
+  MappingStats stats;
+  long status = KIVMV::LUT_OK;  // the library's status when it refused
+  std::string error;            // one line: "LUT_ERR_PARAM_2 (11200002) from ColorMapLUT"
+};
+
+// `inputs` are the pixels as read (ReadPixels); blend takes two, every other operation one.
+OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs);
+
+// The picture colour `rgb` as the KivColor the library's below/above arguments take: those
+// methods write components 2, 1, 0 into bytes 0, 1, 2, so red goes in component 0.
+KIVMV::KivColor SwappedLibraryColour(const Rgb& rgb);
+
+// One line for --stats: "min 0.666 max 1.731 valid 270000/307200 bounds 0.666 .. 1.731".
+std::string FormatStats(const MappingStats& stats);
+
+}  // namespace kivlut
