@@ -43,6 +43,8 @@ awk -F, '
     if (key == "BM_SetColorNormalMapPhong") return "BM_ComputeNormals"
     if (key == "BM_SetColorNormalMap_Lighting") return "BM_Anchor_ShadingBaseColouring"
     if (key ~ /^BM_PhongBodySplit_/) return "BM_SetColorNormalMap_Lighting"
+    # kivlut over a folder of 100 frames with one worker per core, against one worker.
+    if (key ~ /^BM_ToolFolder\//) return "BM_ToolFolderSerial" t
     return ""
   }
   /^name,/ {
