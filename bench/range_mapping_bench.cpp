@@ -3,14 +3,15 @@
 // cv::normalize to 8 bits + cv::applyColorMap (what one would use for a linear colouring), and
 // normalize + cv::equalizeHist + applyColorMap (for an equalised one).
 //
-// Counters: pixels per call, and peak_extra_MiB, the growth of the peak resident size over what the
-// inputs and outputs already took (meaningful when each benchmark runs in a process of its own,
-// as scripts/bench.sh does).
+// Counters: pixels per call; peak_extra_MiB, how far one call raises the resident size above what
+// its inputs and outputs already take; and budget_MiB, what the mapping is described to make
+// besides them (see bench_support.h). The equalised and linear mappings make nothing frame-sized:
+// their budget is 0. The fraction form works on a deep copy of the image and gathers the valid
+// values into a vector of up to n floats.
 #include <benchmark/benchmark.h>
 
-#include <cmath>
+#include <cstdint>
 #include <cstring>
-#include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <vector>
@@ -22,57 +23,8 @@ namespace {
 
 using namespace kivlut_bench;
 
-const KIVMV::KivRangeImage& U16Image() {
-  static const KIVMV::KivRangeImage image = [] {
-    KIVMV::KivRangeImage img(kWidth, kHeight, KIVMV::KIV_DATA_U16);
-    img.SetResolution(0.1, 0.1, 0.1);  // raw units of 0.1 mm
-    const float* mm = HeightsMillimetres().ptr<float>();
-    uint16_t* raw = img.Ptr<uint16_t>();
-    for (int i = 0; i < kPixels; ++i) {
-      raw[i] = Dropped(i) ? 0 : static_cast<uint16_t>(std::lround(mm[i] * 10.0f));
-    }
-    return img;
-  }();
-  return image;
-}
-
-const KIVMV::KivRangeImage& FloatImage() {
-  static const KIVMV::KivRangeImage image = [] {
-    KIVMV::KivRangeImage img(kWidth, kHeight, KIVMV::KIV_DATA_F32);
-    const float* mm = HeightsMillimetres().ptr<float>();
-    float* z = img.Ptr<float>();
-    for (int i = 0; i < kPixels; ++i) {
-      z[i] = Dropped(i) ? std::numeric_limits<float>::quiet_NaN() : mm[i];
-    }
-    return img;
-  }();
-  return image;
-}
-
-const KIVMV::KivRangeImage& Image(int pixelType) {
-  return pixelType == KIVMV::KIV_DATA_U16 ? U16Image() : FloatImage();
-}
-
-// Runs one library call per iteration on a reused output array and checks its status once.
-template <typename Call>
-void RunMapping(benchmark::State& state, Call call) {
-  KIVMV::KivRangeImage image = Image(static_cast<int>(state.range(0)));
-  KIVMV::KivColorArray out;
-  out.Create(kPixels, 3);
-  KIVMV::KivLUTSetting lut;
-  const double baseline = BaselineMiB();
-  const long status = call(lut, image, out);
-  if (status != KIVMV::LUT_OK) {
-    state.SkipWithError(KIVMV::KivLUTStatusName(status));
-    return;
-  }
-  for (auto _ : state) {
-    call(lut, image, out);
-    benchmark::DoNotOptimize(out.Data());
-    benchmark::ClobberMemory();
-  }
-  Finish(state, baseline);
-}
+// Nothing frame-sized besides the image and the colours.
+constexpr double kNoCopies = 0.0;
 
 // Bounds inside the data, in millimetres: both images are in millimetres once the unsigned 16-bit
 // one's resolution is applied.
@@ -80,38 +32,41 @@ constexpr double kLowMm = 950.0;
 constexpr double kHighMm = 1050.0;
 
 void BM_ColorMapLUT_DataRange(benchmark::State& state) {
-  RunMapping(state,
-             [](auto& lut, auto& image, auto& out) { return lut.ColorMapLUT(image, 6, &out); });
+  RunRangeMapping(state, kNoCopies, [](auto& lut, auto& image, auto& out) {
+    return lut.ColorMapLUT(image, 6, &out);
+  });
 }
 void BM_ColorMapLUT_Bounds(benchmark::State& state) {
-  RunMapping(state, [](auto& lut, auto& image, auto& out) {
+  RunRangeMapping(state, kNoCopies, [](auto& lut, auto& image, auto& out) {
     return lut.ColorMapLUT(image, 6, kLowMm, kHighMm, &out);
   });
 }
 void BM_ColorMapLUT_ColourRange(benchmark::State& state) {
-  RunMapping(state, [](auto& lut, auto& image, auto& out) {
+  RunRangeMapping(state, kNoCopies, [](auto& lut, auto& image, auto& out) {
     return lut.ColorMapLUT(image, 6, kLowMm, kHighMm, 10, 240, KIVMV::KivColor(0, 0, 0),
                            KIVMV::KivColor(255, 255, 255), &out);
   });
 }
 void BM_LinearColorMapLUT_A_Colours(benchmark::State& state) {
-  RunMapping(state, [](auto& lut, auto& image, auto& out) {
+  RunRangeMapping(state, kNoCopies, [](auto& lut, auto& image, auto& out) {
     return lut.LinearColorMapLUT(image, 6, kLowMm, kHighMm, 10, 240, KIVMV::KivColor(0, 0, 0),
                                  KIVMV::KivColor(255, 255, 255), &out);
   });
 }
 void BM_LinearColorMapLUT_B_Bounds(benchmark::State& state) {
-  RunMapping(state, [](auto& lut, auto& image, auto& out) {
+  RunRangeMapping(state, kNoCopies, [](auto& lut, auto& image, auto& out) {
     return lut.LinearColorMapLUT(image, 6, kLowMm, kHighMm, &out);
   });
 }
 void BM_LinearColorMapLUT_C_DataRange(benchmark::State& state) {
-  RunMapping(state, [](auto& lut, auto& image, auto& out) {
+  RunRangeMapping(state, kNoCopies, [](auto& lut, auto& image, auto& out) {
     return lut.LinearColorMapLUT(image, 6, &out);
   });
 }
 void BM_LinearColorMapLUT_D_Fractions(benchmark::State& state) {
-  RunMapping(state, [](auto& lut, auto& image, auto& out) {
+  // The deep copy of the float image and the vector of its valid values.
+  const double budget = MiB(static_cast<double>(kPixels) * (kFloatBytes + kFloatBytes));
+  RunRangeMapping(state, budget, [](auto& lut, auto& image, auto& out) {
     return lut.LinearColorMapLUT(image, &out, 6, 0.01, 0.01);
   });
 }
@@ -120,44 +75,44 @@ void BM_LinearColorMapLUT_D_Fractions(benchmark::State& state) {
 
 void BM_Anchor_Memcpy(benchmark::State& state) {
   std::vector<uint8_t> from(3 * static_cast<size_t>(kPixels), 1), to(from.size());
-  const double baseline = BaselineMiB();
-  for (auto _ : state) {
+  const auto copy = [&] {
     std::memcpy(to.data(), from.data(), from.size());
     benchmark::DoNotOptimize(to.data());
     benchmark::ClobberMemory();
-  }
-  Finish(state, baseline);
+  };
+  const double extraMiB = ExtraMiBOf(copy);
+  for (auto _ : state) copy();
+  Finish(state, extraMiB, kNoBudget);
 }
 
 void BM_Anchor_NormalizeApplyColorMap(benchmark::State& state) {
   const cv::Mat& pixels = Image(static_cast<int>(state.range(0))).Mat();
   cv::Mat grey(kHeight, kWidth, CV_8U), colour(kHeight, kWidth, CV_8UC3);
-  cv::normalize(pixels, grey, 0, 255, cv::NORM_MINMAX, CV_8U);
-  cv::applyColorMap(grey, colour, cv::COLORMAP_JET);
-  const double baseline = BaselineMiB();
-  for (auto _ : state) {
+  const auto colourIt = [&] {
     cv::normalize(pixels, grey, 0, 255, cv::NORM_MINMAX, CV_8U);
     cv::applyColorMap(grey, colour, cv::COLORMAP_JET);
     benchmark::DoNotOptimize(colour.data);
-  }
-  Finish(state, baseline);
+  };
+  colourIt();
+  const double extraMiB = ExtraMiBOf(colourIt);
+  for (auto _ : state) colourIt();
+  Finish(state, extraMiB, kNoBudget);
 }
 
 void BM_Anchor_NormalizeEqualizeApplyColorMap(benchmark::State& state) {
   const cv::Mat& pixels = Image(static_cast<int>(state.range(0))).Mat();
   cv::Mat grey(kHeight, kWidth, CV_8U), equalised(kHeight, kWidth, CV_8U);
   cv::Mat colour(kHeight, kWidth, CV_8UC3);
-  cv::normalize(pixels, grey, 0, 255, cv::NORM_MINMAX, CV_8U);
-  cv::equalizeHist(grey, equalised);
-  cv::applyColorMap(equalised, colour, cv::COLORMAP_JET);
-  const double baseline = BaselineMiB();
-  for (auto _ : state) {
+  const auto colourIt = [&] {
     cv::normalize(pixels, grey, 0, 255, cv::NORM_MINMAX, CV_8U);
     cv::equalizeHist(grey, equalised);
     cv::applyColorMap(equalised, colour, cv::COLORMAP_JET);
     benchmark::DoNotOptimize(colour.data);
-  }
-  Finish(state, baseline);
+  };
+  colourIt();
+  const double extraMiB = ExtraMiBOf(colourIt);
+  for (auto _ : state) colourIt();
+  Finish(state, extraMiB, kNoBudget);
 }
 
 constexpr int kU16 = KIVMV::KIV_DATA_U16;
