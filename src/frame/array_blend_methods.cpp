@@ -13,7 +13,7 @@ long KivLUTSetting::ColorMapLUT(Kiv3DIntArray& values, int mapType, int low, int
                                 KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUTIntArray);
   if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_2;
-  if (values.Length() <= 0) return LUT_ERR_PARAM_1;
+  if (values.Length() <= 0 || !HoldsIntElements(values)) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
   KivLUTSettingImpl fresh;
   return frame.End(fresh.ColorMapLUT(values, mapType, low, high, out));

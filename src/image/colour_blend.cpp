@@ -187,6 +187,12 @@ long BlendColourArrays(KivColorArray& a, KivColorArray& b, double alpha, KivColo
 
   const int n = a.Length();
   const int c = a.Channel();
+  const size_t needed = static_cast<size_t>(n) * static_cast<size_t>(c);
+  // Inputs holding fewer bytes than their sizes say cannot be blended. They are refused before the
+  // output is sized from those sizes, which alone could ask for gigabytes.
+  if (needed > 0 && (ContiguousBytes(a.Mat()) < needed || ContiguousBytes(b.Mat()) < needed)) {
+    return LUT_ERR_BLEND_FAILED;
+  }
   uint8_t* bytes = nullptr;
   try {
     bytes = PrepareBlendOutput(*out, n, c);
@@ -196,11 +202,7 @@ long BlendColourArrays(KivColorArray& a, KivColorArray& b, double alpha, KivColo
 
   try {
     ThrowIfInjected(FaultStage::kBlending);
-    const size_t needed = static_cast<size_t>(n) * static_cast<size_t>(c);
     if (needed == 0) return LUT_OK;
-    if (ContiguousBytes(a.Mat()) < needed || ContiguousBytes(b.Mat()) < needed) {
-      throw std::runtime_error("colour array holds fewer bytes than its sizes");
-    }
     BlendBytes(a.Data(), b.Data(), n, c, MakeBlendKernel(alpha), bytes);
   } catch (...) {
     return LUT_ERR_BLEND_FAILED;

@@ -13,7 +13,8 @@ namespace KIVMV {
 // converted whatever follows; alpha outside [0, 1] (LUT_ERR_PARAM_1, NaN passes); out is null or
 // cannot be sized (LUT_ERR_BLEND_OUTPUT_FAILED). out is re-created with a's length and channels
 // when its length differs or it holds fewer bytes than the blend writes. A failing conversion or
-// blend, or an input holding fewer bytes than its sizes promise, returns LUT_ERR_BLEND_FAILED.
+// blend returns LUT_ERR_BLEND_FAILED, and so does an input holding fewer bytes than its sizes
+// promise, before out is sized.
 long BlendColourArrays(KivColorArray& a, KivColorArray& b, double alpha, KivColorArray* out);
 
 }  // namespace KIVMV

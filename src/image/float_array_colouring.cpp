@@ -21,7 +21,7 @@ constexpr int kArrayInvalidMapType = kRgbMap;
 
 long CheckFloatArrayArguments(const Kiv3DFloatArray& values, float minValue, float maxValue,
                               int mapType) {
-  if (values.Length() <= 0) return LUT_ERR_ARRAY_EMPTY;
+  if (values.Length() <= 0 || !HoldsFloatElements(values)) return LUT_ERR_ARRAY_EMPTY;
   if (minValue > maxValue) return LUT_ERR_PARAM_1;
   if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_3;
   return LUT_OK;

@@ -7,8 +7,17 @@
 
 namespace KIVMV {
 
-// The checks both float-array colourings make, in order: an empty array, minValue > maxValue
-// (a NaN bound passes), mapType outside 0..10.
+// Whether the array's matrix is Length() contiguous floats. Length() counts the matrix's elements
+// whatever their type, so a matrix swapped in behind the array's back (bytes, doubles, three
+// channels, a view with padded rows) would be read past its end or as numbers it does not hold.
+inline bool HoldsFloatElements(const Kiv3DFloatArray& values) {
+  const cv::Mat& m = values.Mat();
+  return m.data != nullptr && m.type() == CV_32FC1 && m.isContinuous();
+}
+
+// The checks both float-array colourings make, in order: an empty array, or one whose matrix is
+// not its elements (LUT_ERR_ARRAY_EMPTY: nothing the colouring can read), minValue > maxValue (a
+// NaN bound passes), mapType outside 0..10.
 long CheckFloatArrayArguments(const Kiv3DFloatArray& values, float minValue, float maxValue,
                               int mapType);
 

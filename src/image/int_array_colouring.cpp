@@ -33,7 +33,7 @@ long ColorMapLUTOnIntArray(const Kiv3DIntArray& values, int mapType, int low, in
                            KivColorArray* out) {
   if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_2;
   const int n = values.Length();
-  if (n <= 0) return LUT_ERR_PARAM_1;
+  if (n <= 0 || !HoldsIntElements(values)) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
 
   uint8_t* colours = nullptr;
