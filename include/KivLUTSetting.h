@@ -143,12 +143,14 @@ class KivLUTSetting {
   // Integer values between low and high over the whole table; values above high are pure red and
   // values below low black, whatever the map. Runs on the calling thread; `out` is also re-created
   // when it holds fewer than 3 bytes a colour. LUT_ERR_PARAM_2: mapType outside 0..10;
-  // LUT_ERR_PARAM_1: an empty array; a null `out` gives LUT_ERR_ARRAY_OUTPUT_FAILED.
+  // LUT_ERR_PARAM_1: an empty array, or one whose matrix is not Length() contiguous ints; a null
+  // `out` gives LUT_ERR_ARRAY_OUTPUT_FAILED.
   long ColorMapLUT(Kiv3DIntArray& values, int mapType, int low, int high, KivColorArray* out);
   // Histogram-equalised between the bounds narrowed to the data; invalid elements take entry 0.
   // Prints "SetColorLUT耗时：<ms>ms" (GBK) on standard output. LUT_ERR_ARRAY_EMPTY: an empty
-  // array; LUT_ERR_PARAM_1: minValue > maxValue; LUT_ERR_PARAM_3: mapType outside 0..10; LUT_OK
-  // once the checks pass, whatever the colouring met.
+  // array, or one whose matrix is not Length() contiguous floats; LUT_ERR_PARAM_1: minValue >
+  // maxValue; LUT_ERR_PARAM_3: mapType outside 0..10; LUT_OK once the checks pass, whatever the
+  // colouring met.
   long SetColorLUT(Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
                    KivColorArray* out);
   // Linear between the bounds as given: below takes entry 0, above 255, inside 1..255; invalid
