@@ -88,9 +88,11 @@ class KivLUTSetting {
   // used back into `para`.
   long LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, LinearColorMapLUT_Para& para,
                          KivColor& underColor, KivColor& overColor, int mapType, bool automatic);
-  // On a float array, which is rescaled in place (its valid elements hold values in [-1, 1]
-  // afterwards). Break values given by hand are values of that rescaled domain; nothing is written
-  // back. Map types 7..10 share the tables of 3..6. LUT_ERR_RANGE_IMAGE_EMPTY: an empty array.
+  // On a float array, which is rescaled in place: its valid elements are mapped onto [-1, 1] in
+  // single precision (so a value may round a hair past either end; an array whose valid values
+  // are all equal is left as it is). Break values given by hand are values of that rescaled
+  // domain; nothing is written back. Map types 7..10 share the tables of 3..6.
+  // LUT_ERR_RANGE_IMAGE_EMPTY: an empty array.
   long LinearColorMapLUT(Kiv3DFloatArray& values, KivColorArray* out, LinearColorMapLUT_Para& para,
                          KivColor& underColor, KivColor& overColor, int mapType, bool automatic);
   // The break values t0..t4 (heights, or from the data) cut the rescaled image into four segments

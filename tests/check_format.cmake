@@ -3,7 +3,8 @@ file(GLOB_RECURSE sources RELATIVE ${SOURCE_DIR}
      ${SOURCE_DIR}/include/*.h ${SOURCE_DIR}/platform/*.h ${SOURCE_DIR}/platform/*.cpp
      ${SOURCE_DIR}/src/*.h ${SOURCE_DIR}/src/*.cpp ${SOURCE_DIR}/tests/*.h
      ${SOURCE_DIR}/tests/*.cpp ${SOURCE_DIR}/examples/*.cpp ${SOURCE_DIR}/bench/*.cpp
-     ${SOURCE_DIR}/tools/*.h ${SOURCE_DIR}/tools/*.cpp)
+     ${SOURCE_DIR}/tools/*.h ${SOURCE_DIR}/tools/*.cpp ${SOURCE_DIR}/fuzz/*.h
+     ${SOURCE_DIR}/fuzz/*.cpp)
 list(LENGTH sources count)
 if(count EQUAL 0)
   message(FATAL_ERROR "no sources found under ${SOURCE_DIR}")
