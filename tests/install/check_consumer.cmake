@@ -1,4 +1,5 @@
-# Script mode: cmake -DBUILD_DIR=... -DCONSUMER_DIR=... -DWORK_DIR=... -DCXX_COMPILER=... -P this
+# Script mode: cmake -DBUILD_DIR=... -DCONSUMER_DIR=... -DWORK_DIR=... -DCXX_COMPILER=...
+#   [-DSANITIZE=address,undefined] [-DTOOLS_BUILT=ON] -P this
 foreach(var BUILD_DIR CONSUMER_DIR WORK_DIR CXX_COMPILER)
   if(NOT DEFINED ${var})
     message(FATAL_ERROR "${var} is not set")
@@ -16,8 +17,15 @@ endfunction()
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 run_step("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+# Libraries built with sanitizers call into the sanitizers' run-time, which only a program linked
+# with the same -fsanitize= brings along.
+set(sanitize_args "")
+if(SANITIZE)
+  set(sanitize_args -DCMAKE_CXX_FLAGS=-fsanitize=${SANITIZE}
+                    -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=${SANITIZE})
+endif()
 run_step("configure consumer" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build
-         -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
+         -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX_COMPILER} ${sanitize_args})
 run_step("build consumer" ${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 # Offscreen, in case the consumer was built with the dialog, which makes a QApplication.
 run_step("run consumer" ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${WORK_DIR}/build/consumer)
