@@ -14,6 +14,7 @@
 #include <limits>
 #include <opencv2/core.hpp>
 #include <random>
+#include <vector>
 
 #include "KivLUTSetting.h"
 
@@ -178,6 +179,19 @@ inline void Finish(benchmark::State& state, double pixels, double extraMiB, doub
 
 inline void Finish(benchmark::State& state, double extraMiB, double budgetMiB) {
   Finish(state, kPixels, extraMiB, budgetMiB);
+}
+
+// The floor every mapping is compared with: a memcpy of the 3-byte colours of `pixels` pixels.
+inline void RunMemcpyAnchor(benchmark::State& state, int pixels) {
+  std::vector<uint8_t> from(3 * static_cast<size_t>(pixels), 1), to(from.size());
+  const auto copy = [&] {
+    std::memcpy(to.data(), from.data(), from.size());
+    benchmark::DoNotOptimize(to.data());
+    benchmark::ClobberMemory();
+  };
+  const double extraMiB = ExtraMiBOf(copy);
+  for (auto _ : state) copy();
+  Finish(state, pixels, extraMiB, kNoBudget);
 }
 
 // Runs one library call per iteration on the range image of the benchmark's pixel type, with a

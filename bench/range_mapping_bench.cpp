@@ -73,17 +73,7 @@ void BM_LinearColorMapLUT_D_Fractions(benchmark::State& state) {
 
 // --- anchors ---
 
-void BM_Anchor_Memcpy(benchmark::State& state) {
-  std::vector<uint8_t> from(3 * static_cast<size_t>(kPixels), 1), to(from.size());
-  const auto copy = [&] {
-    std::memcpy(to.data(), from.data(), from.size());
-    benchmark::DoNotOptimize(to.data());
-    benchmark::ClobberMemory();
-  };
-  const double extraMiB = ExtraMiBOf(copy);
-  for (auto _ : state) copy();
-  Finish(state, extraMiB, kNoBudget);
-}
+void BM_Anchor_Memcpy(benchmark::State& state) { kivlut_bench::RunMemcpyAnchor(state, kPixels); }
 
 void BM_Anchor_NormalizeApplyColorMap(benchmark::State& state) {
   const cv::Mat& pixels = Image(static_cast<int>(state.range(0))).Mat();

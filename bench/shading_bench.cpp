@@ -136,15 +136,7 @@ void BM_ComputeNormals(benchmark::State& state) {
 // --- anchors and the cost of a split ---
 
 void BM_Anchor_ShadingMemcpy(benchmark::State& state) {
-  std::vector<uint8_t> from(3 * static_cast<size_t>(kShadingPixels), 1), to(from.size());
-  const auto copy = [&] {
-    std::memcpy(to.data(), from.data(), from.size());
-    benchmark::DoNotOptimize(to.data());
-    benchmark::ClobberMemory();
-  };
-  const double extraMiB = ExtraMiBOf(copy);
-  for (auto _ : state) copy();
-  FinishShading(state, extraMiB, kNoBudget);
+  kivlut_bench::RunMemcpyAnchor(state, kShadingPixels);
 }
 
 // The base colouring of the lit picture on its own.
