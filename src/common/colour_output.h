@@ -9,6 +9,7 @@
 #include "KivColorArray.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
+#include "common/stage_status.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -27,6 +28,12 @@ inline uint8_t* PrepareColourOutput(KivColorArray& out, int n) {
     out.Create(n, 3);
   }
   return out.Data();
+}
+
+// PrepareColourOutput as a stage of its own: LUT_OK with `colours` set, or `failureCode` when
+// sizing the array throws.
+inline long SizeColourOutput(KivColorArray& out, int n, long failureCode, uint8_t*& colours) {
+  return RunStage(failureCode, [&] { colours = PrepareColourOutput(out, n); });
 }
 
 // A caller's KivColor as stored in a colour array: component 2 first, component 0 last, each

@@ -1,9 +1,12 @@
 // A switch that tests flip to make one named stage of a routine throw, so that every stage code a
-// routine returns can be reached. Unset, it costs one relaxed atomic load per stage.
+// routine returns can be reached. It exists only in builds configured with KIVLUT_FAULT_INJECTION;
+// elsewhere ThrowIfInjected compiles to nothing and no symbol names the switch.
 #pragma once
 
+#if KIVLUT_FAULT_INJECTION
 #include <atomic>
 #include <stdexcept>
+#endif
 
 namespace KIVMV {
 
@@ -21,18 +24,21 @@ enum class FaultStage {
   kLighting,           // worker count, body and loop of the Phong lighting
 };
 
-namespace fault_injection_detail {
-inline std::atomic<FaultStage> injected{FaultStage::kNone};
-}
+#if KIVLUT_FAULT_INJECTION
 
-// Throws std::runtime_error when a test has asked `stage` to fail.
+namespace fault_injection_detail {
+// Visible to the dynamic linker, so that the libraries and the test program share one switch.
+__attribute__((visibility("default"))) inline std::atomic<FaultStage> injected{FaultStage::kNone};
+}  // namespace fault_injection_detail
+
+// Throws std::runtime_error when a test has asked `stage` to fail. One relaxed load per stage.
 inline void ThrowIfInjected(FaultStage stage) {
   if (fault_injection_detail::injected.load(std::memory_order_relaxed) == stage) {
     throw std::runtime_error("injected fault");
   }
 }
 
-// Makes `stage` throw until the object is destroyed. For tests only.
+// Makes `stage` throw until the object is destroyed.
 class ScopedFault {
  public:
   explicit ScopedFault(FaultStage stage) { fault_injection_detail::injected.store(stage); }
@@ -40,5 +46,11 @@ class ScopedFault {
   ScopedFault(const ScopedFault&) = delete;
   ScopedFault& operator=(const ScopedFault&) = delete;
 };
+
+#else
+
+inline void ThrowIfInjected(FaultStage) {}
+
+#endif
 
 }  // namespace KIVMV

@@ -7,7 +7,7 @@
 #include <new>
 
 #include "KivLUTSettingDlg.h"
-#include "common/fault_injection.h"
+#include "common/stage_status.h"
 #include "dialog/kiv_lut_setting_dlg_i.h"
 
 namespace KIVMV {
@@ -49,21 +49,16 @@ void EnsureProcessApplication() {
   }
 }
 
-// Runs `work` while a fresh, parentless window exists (when widgets can be built at all), and
+// Runs `work` with a fresh, parentless window, or with none when widgets cannot be built, and
 // turns a failure while the window is built or used into LUT_ERR_ARRAY_APPLY_FAILED, the code
 // of a failed image colouring, which is all the window does.
 template <typename Work>
-long WithFreshWindow(bool needsWindow, Work&& work) noexcept {
-  try {
-    ThrowIfInjected(FaultStage::kDialogWindow);
-    if (!GuiUsable()) return needsWindow ? LUT_ERR_ARRAY_APPLY_FAILED : work(nullptr);
+long WithFreshWindow(Work&& work) noexcept {
+  return RunStage(FaultStage::kDialogWindow, LUT_ERR_ARRAY_APPLY_FAILED, [&]() -> long {
+    if (!GuiUsable()) return work(nullptr);
     KivLUTSettingDlgI window;
     return work(&window);
-  } catch (const std::exception&) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  } catch (...) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  }
+  });
 }
 
 }  // namespace
@@ -86,23 +81,22 @@ KivLUTSettingDlg::~KivLUTSettingDlg() {
 }
 
 long KivLUTSettingDlg::ShowDialog(KivImage& image) {
-  return WithFreshWindow(true,
-                         [&](KivLUTSettingDlgI* window) { return window->ShowDialog(image); });
+  // Without a usable GUI there is no window to show.
+  return WithFreshWindow([&](KivLUTSettingDlgI* window) {
+    return window != nullptr ? window->ShowDialog(image) : LUT_ERR_ARRAY_APPLY_FAILED;
+  });
 }
 
 long KivLUTSettingDlg::Execute(KivImage& src, KivImage* dst) {
-  return WithFreshWindow(false,
-                         [&](KivLUTSettingDlgI*) { return KivLUTSettingDlgI::Execute(src, dst); });
+  return WithFreshWindow([&](KivLUTSettingDlgI*) { return KivLUTSettingDlgI::Execute(src, dst); });
 }
 
 long KivLUTSettingDlg::SetParam(int mapType) {
-  return WithFreshWindow(false,
-                         [&](KivLUTSettingDlgI*) { return KivLUTSettingDlgI::SetParam(mapType); });
+  return WithFreshWindow([&](KivLUTSettingDlgI*) { return KivLUTSettingDlgI::SetParam(mapType); });
 }
 
 long KivLUTSettingDlg::GetParam(int* mapType) {
-  return WithFreshWindow(false,
-                         [&](KivLUTSettingDlgI*) { return KivLUTSettingDlgI::GetParam(mapType); });
+  return WithFreshWindow([&](KivLUTSettingDlgI*) { return KivLUTSettingDlgI::GetParam(mapType); });
 }
 
 }  // namespace KIVMV

@@ -11,9 +11,9 @@
 
 #include "KivImageWnd.h"
 #include "KivLUTStatus.h"
+#include "common/argument_rules.h"
 #include "dialog/current_colour_map.h"
 #include "dialog/dialog_geometry.h"
-#include "frame/argument_checks.h"
 
 using KIVMV::KivImage;
 using KIVMV::KivLUTSettingImpl;
@@ -114,7 +114,7 @@ long KivLUTSettingDlgI::Execute(KivImage& src, KivImage* dst) {
 }
 
 long KivLUTSettingDlgI::SetParam(int mapType) {
-  if (KIVMV::MapTypeAbove(mapType, KIVMV::kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!KIVMV::IsMapType(mapType)) return LUT_ERR_PARAM_1;
   dialog::StoreCurrentColourMap(mapType);
   return LUT_OK;
 }

@@ -1,16 +1,12 @@
-// Argument checks shared by the public methods' frames.
+// Argument checks of the public methods' frames that no routine repeats; the rules both share are
+// in common/argument_rules.h.
 #pragma once
 
 #include "KivLUTStatus.h"
 #include "KivRangeImage.h"
+#include "common/argument_rules.h"
 
 namespace KIVMV {
-
-// Map-type checks read the number as unsigned, so a negative map type fails them too.
-inline bool MapTypeAbove(int mapType, unsigned limit) {
-  return static_cast<unsigned>(mapType) > limit;
-}
-inline constexpr unsigned kHighestMapType = 10;
 
 // Type() must be 0 or 1, then both sizes above 0.
 inline long CheckRangeImage(const KivRangeImage& image) {

@@ -12,7 +12,7 @@ namespace KIVMV {
 long KivLUTSetting::ColorMapLUT(Kiv3DIntArray& values, int mapType, int low, int high,
                                 KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUTIntArray);
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_2;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_2;
   if (values.Length() <= 0 || !HoldsIntElements(values)) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
   KivLUTSettingImpl fresh;

@@ -11,7 +11,7 @@ namespace KIVMV {
 long KivLUTSetting::SetColorLUT(KivImage& src, KivImage* dst, int mapType) {
   CallFrame frame(frame_entries::kSetColorLUTImage);
   if (src.Width() <= 0 || src.Height() < 1) return LUT_ERR_IMAGE_EMPTY;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
   KivLUTSettingImpl fresh;
   return frame.End(fresh.SetColorLUT(src, dst, mapType));
@@ -21,7 +21,7 @@ long KivLUTSetting::SetColorLUT(KivImage& src, KivImage* dst, int mapType, int l
                                 int indexLow, int indexHigh, KivColor below, KivColor above) {
   CallFrame frame(frame_entries::kSetColorLUTImageBoundsColours);
   if (src.Width() <= 0 || src.Height() <= 0) return LUT_ERR_IMAGE_EMPTY;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
   KivLUTSettingImpl fresh;
   // The routine takes the map type last.

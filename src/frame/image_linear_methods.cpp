@@ -11,7 +11,7 @@ namespace KIVMV {
 long KivLUTSetting::LinearSetColorLUT(KivImage& src, KivImage* dst, int mapType) {
   CallFrame frame(frame_entries::kLinearSetColorLUTImage);
   if (src.Width() <= 0 || src.Height() < 1) return LUT_ERR_IMAGE_EMPTY;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   // Refused here, before the routine's own format checks of the source.
   if (dst == nullptr) return LUT_ERR_PARAM_2;
   KivLUTSettingImpl fresh;

@@ -10,7 +10,7 @@ namespace KIVMV {
 long KivLUTSetting::ColorMapLUT(KivRangeImage& image, int mapType, KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUT);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   KivLUTSettingImpl fresh;
   return frame.End(fresh.ColorMapLUT(image, mapType, out));
 }
@@ -19,7 +19,7 @@ long KivLUTSetting::ColorMapLUT(KivRangeImage& image, int mapType, double low, d
                                 KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUTBounds);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   // Refused only when low > high holds: a NaN bound goes on to the mapping.
   if (low > high) return LUT_ERR_PARAM_2;
   KivLUTSettingImpl spare;
@@ -30,7 +30,7 @@ long KivLUTSetting::ColorMapLUT(KivRangeImage& image, int mapType, double low, d
                                 int hi, KivColor below, KivColor above, KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUTBoundsColours);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   // Goes on only when high >= low holds: a NaN bound is refused here.
   if (!(high >= low)) return LUT_ERR_PARAM_2;
   KivLUTSettingImpl fresh;

@@ -8,17 +8,10 @@
 
 namespace KIVMV {
 
-namespace {
-
-// A fraction of the valid values; NaN lies outside.
-bool IsFraction(double f) { return f >= 0.0 && f <= 1.0; }
-
-}  // namespace
-
 long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, KivColorArray* out) {
   CallFrame frame(frame_entries::kLinearColorMapLUT);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   KivLUTSettingImpl fresh;
   return frame.End(fresh.LinearColorMapLUT(image, mapType, out));
 }
@@ -27,7 +20,7 @@ long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, double 
                                       KivColorArray* out) {
   CallFrame frame(frame_entries::kLinearColorMapLUTBounds);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   // Goes on only when high >= low holds: a NaN bound is refused.
   if (!(high >= low)) return LUT_ERR_PARAM_2;
   KivLUTSettingImpl fresh;
@@ -39,7 +32,7 @@ long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, double 
                                       KivColor overColor, KivColorArray* out) {
   CallFrame frame(frame_entries::kLinearColorMapLUTBoundsColours);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (!(high >= low)) return LUT_ERR_PARAM_2;
   // The index range is the routine's own check, made before it touches the output.
   KivLUTSettingImpl fresh;
@@ -51,7 +44,7 @@ long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, 
                                       double upperFraction, double lowerFraction) {
   CallFrame frame(frame_entries::kLinearColorMapLUTFractions);
   if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (MapTypeAbove(mapType, kHighestMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (!IsFraction(upperFraction)) return LUT_ERR_PARAM_2;
   if (!IsFraction(lowerFraction)) return LUT_ERR_PARAM_3;
   KivLUTSettingImpl fresh;

@@ -2,7 +2,6 @@
 // succeeded: a failing step returns its status after "start" alone.
 #include <cfloat>
 
-#include "Kiv3DDataOperation.h"
 #include "KivLUTSetting.h"
 #include "frame/argument_checks.h"
 #include "frame/call_frame.h"
@@ -33,7 +32,7 @@ long CheckLightingArguments(const KivRangeImage& img, const KivVector3d& light,
   if (WrappedPixelProduct(img.Height(), img.Width()) == 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
   if (IsUnsetPosition(light)) return LUT_ERR_PARAM_1;
   if (IsUnsetPosition(eye)) return LUT_ERR_PARAM_2;
-  if (MapTypeAbove(mode, kHighestMapType)) return LUT_ERR_PARAM_3;
+  if (!IsMapType(mode)) return LUT_ERR_PARAM_3;
   if (coefA <= 0.0f || coefA > 10.0f) return LUT_ERR_PARAM_4;
   if (OutsideUnit(coefB)) return LUT_ERR_PARAM_5;
   if (OutsideUnit(coefC)) return LUT_ERR_PARAM_6;
@@ -77,15 +76,7 @@ long KivLUTSettingImpl::SetColorNormalMap(KivVector3dArray& normals, KivColorArr
 
 long KivLUTSettingImpl::SetColorNormalMapPhong(KivRangeImage& img, KivColorArray* out) {
   KivVector3dArray normals;
-  long status = LUT_OK;
-  try {
-    Kiv3DDataOperation operation;
-    status = operation.ComputeNormals(img, &normals, nullptr);
-  } catch (...) {
-    // The platform promises not to throw; should it, the normal map answers for it.
-    return LUT_ERR_NORMAL_MAP_FAILED;
-  }
-  if (status != 0) return status;
+  if (const long computed = ComputeNormalsOf(img, normals); computed != LUT_OK) return computed;
   return ColourNormalMap(normals, out);
 }
 

@@ -10,8 +10,8 @@
 #include <stdexcept>
 
 #include "KivLUTStatus.h"
-#include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
+#include "common/stage_status.h"
 
 namespace KIVMV {
 namespace {
@@ -173,13 +173,11 @@ void BlendBytes(const uint8_t* a, const uint8_t* b, int64_t n, int c, const Blen
 long BlendColourArrays(KivColorArray& a, KivColorArray& b, double alpha, KivColorArray* out) {
   if (a.Length() != b.Length()) return LUT_ERR_SIZE_MISMATCH;
   if (a.Channel() != b.Channel()) {
-    try {
-      ThrowIfInjected(FaultStage::kChannelConversion);
+    const long converted = RunStage(FaultStage::kChannelConversion, LUT_ERR_BLEND_FAILED, [&] {
       ConvertToThreeChannels(a);
       ConvertToThreeChannels(b);
-    } catch (...) {
-      return LUT_ERR_BLEND_FAILED;
-    }
+    });
+    if (converted != LUT_OK) return converted;
   }
   // A NaN weight passes.
   if (alpha < 0.0 || alpha > 1.0) return LUT_ERR_PARAM_1;
@@ -194,20 +192,15 @@ long BlendColourArrays(KivColorArray& a, KivColorArray& b, double alpha, KivColo
     return LUT_ERR_BLEND_FAILED;
   }
   uint8_t* bytes = nullptr;
-  try {
-    bytes = PrepareBlendOutput(*out, n, c);
-  } catch (...) {
-    return LUT_ERR_BLEND_OUTPUT_FAILED;
+  if (const long sized =
+          RunStage(LUT_ERR_BLEND_OUTPUT_FAILED, [&] { bytes = PrepareBlendOutput(*out, n, c); });
+      sized != LUT_OK) {
+    return sized;
   }
 
-  try {
-    ThrowIfInjected(FaultStage::kBlending);
-    if (needed == 0) return LUT_OK;
-    BlendBytes(a.Data(), b.Data(), n, c, MakeBlendKernel(alpha), bytes);
-  } catch (...) {
-    return LUT_ERR_BLEND_FAILED;
-  }
-  return LUT_OK;
+  return RunStage(FaultStage::kBlending, LUT_ERR_BLEND_FAILED, [&] {
+    if (needed > 0) BlendBytes(a.Data(), b.Data(), n, c, MakeBlendKernel(alpha), bytes);
+  });
 }
 
 }  // namespace KIVMV

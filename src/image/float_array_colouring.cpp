@@ -5,7 +5,7 @@
 
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
-#include "common/fault_injection.h"
+#include "common/stage_status.h"
 #include "range/equalisation.h"
 #include "range/linear_mapping.h"
 #include "tables/colour_tables.h"
@@ -23,7 +23,7 @@ long CheckFloatArrayArguments(const Kiv3DFloatArray& values, float minValue, flo
                               int mapType) {
   if (values.Length() <= 0 || !HoldsFloatElements(values)) return LUT_ERR_ARRAY_EMPTY;
   if (minValue > maxValue) return LUT_ERR_PARAM_1;
-  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_3;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_3;
   return LUT_OK;
 }
 
@@ -37,27 +37,24 @@ long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, floa
   const int n = values.Length();
 
   uint8_t* colours = nullptr;
-  try {
-    colours = PrepareColourOutput(*out, n);
-  } catch (...) {
-    return LUT_ERR_OUTPUT_FAILED;
+  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
+      sized != LUT_OK) {
+    return sized;
   }
 
   const float* data = values.Data();
   PixelSummary<float> summary;
-  try {
-    ThrowIfInjected(FaultStage::kStatistics);
-    summary = SummarisePixels(data, n);
-  } catch (...) {
-    return LUT_ERR_STATISTICS_FAILED;
+  if (const long measured = RunStage(FaultStage::kStatistics, LUT_ERR_STATISTICS_FAILED,
+                                     [&] { summary = SummarisePixels(data, n); });
+      measured != LUT_OK) {
+    return measured;
   }
 
   // The caller's bounds narrowed to the data, in single precision. With no valid element the data
   // range is crossed (FLT_MAX above -FLT_MAX) and so are these bounds.
   const float low = std::max(minValue, summary.stats.minimum);
   const float high = std::min(maxValue, summary.stats.maximum);
-  try {
-    ThrowIfInjected(FaultStage::kColouring);
+  return RunStage(FaultStage::kColouring, LUT_ERR_APPLY_FAILED, [&] {
     // Invalid elements take entry 0 of the table itself, and all 256 slots are shared out.
     const EqualisedColouring how{&SelectColourTable(mapType),
                                  low,
@@ -68,10 +65,7 @@ long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, floa
                                  /*widthFromDifference=*/false,
                                  /*range=*/nullptr};
     ColourByEqualisation(data, n, summary, how, colours);
-  } catch (...) {
-    return LUT_ERR_APPLY_FAILED;
-  }
-  return LUT_OK;
+  });
 }
 
 long LinearSetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
@@ -84,20 +78,16 @@ long LinearSetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue
   const int n = values.Length();
 
   uint8_t* colours = nullptr;
-  try {
-    colours = PrepareColourOutput(*out, n);
-  } catch (...) {
-    return LUT_ERR_ARRAY_OUTPUT_FAILED;
+  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_ARRAY_OUTPUT_FAILED, colours);
+      sized != LUT_OK) {
+    return sized;
   }
 
-  try {
-    // The bounds are used as given, not narrowed to the data; invalid elements are black.
+  // The bounds are used as given, not narrowed to the data; invalid elements are black.
+  return RunStage(LUT_ERR_ARRAY_APPLY_FAILED, [&] {
     ColourLinearParallel(values.Data(), n, minValue, maxValue, SelectColourTable(mapType),
                          kArrayInvalidMapType, colours);
-  } catch (...) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  }
-  return LUT_OK;
+  });
 }
 
 }  // namespace KIVMV

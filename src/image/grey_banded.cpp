@@ -25,23 +25,18 @@ struct BandedRequest {
 
 template <typename T>
 long ColourBanded(const cv::Mat& source, const BandedRequest& request, cv::Mat& result) {
-  int n = 0;
-  cv::Mat pixels;
-  cv::Mat colours;
-  long status = RunGreyStage(FaultStage::kOutputSizing, [&] {
-    n = GreyPixelCount(source);
-    pixels = ContiguousGreyPixels(source);
-    colours.create(source.rows, source.cols, CV_8UC3);
-  });
+  GreyWork work;
+  long status = PrepareGreyWork(source, work);
   if (status != LUT_OK) return status;
 
-  const T* data = pixels.ptr<T>();
+  const T* data = work.pixels.ptr<T>();
+  const int n = work.n;
   double lo = request.low;
   double hi = request.high;
   if constexpr (std::is_same_v<T, uint8_t>) {
     // Only 8-bit bounds are narrowed to the valid grey levels; 16-bit ones stay as the caller
     // gave them, so there the data may use only part of indexLow..indexHigh.
-    status = RunGreyStage(FaultStage::kStatistics, [&] {
+    status = RunStage(FaultStage::kStatistics, kGreyStageFailure, [&] {
       const ValueStatistics<uint8_t> extremes = FindMinMaxOfRawValues(data, n);
       lo = std::max(request.low, static_cast<int>(extremes.minimum));
       hi = std::min(request.high, static_cast<int>(extremes.maximum));
@@ -49,7 +44,7 @@ long ColourBanded(const cv::Mat& source, const BandedRequest& request, cv::Mat& 
     if (status != LUT_OK) return status;
   }
 
-  status = RunGreyStage(FaultStage::kColouring, [&] {
+  status = RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
     const SerialLinearMapping mapping{lo,
                                       hi,
                                       request.indexLow,
@@ -58,12 +53,11 @@ long ColourBanded(const cv::Mat& source, const BandedRequest& request, cv::Mat& 
                                       request.above,
                                       &SelectColourTable(request.mapType),
                                       ColourEntry{}};  // no invalid grey level: never read
-    ColourBandedPixels(data, n, mapping, colours.data);
+    ColourBandedPixels(data, n, mapping, work.colours.data);
   });
   if (status != LUT_OK) return status;
 
-  return RunGreyStage(FaultStage::kOutputSizing,
-                      [&] { result = ColouredResult(colours, request.mapType); });
+  return FinishGreyWork(work, request.mapType, result);
 }
 
 }  // namespace
@@ -73,10 +67,10 @@ long ColourGreyImageBanded(const KivImage& src, KivImage* dst, int low, int high
                            int mapType) noexcept {
   if (GreyMatrixIsEmpty(src)) return LUT_ERR_IMAGE_EMPTY;
   if (high < low || low < 0 || high < 0) return LUT_ERR_PARAM_2;
-  if (indexHigh < indexLow || indexLow < 0) return LUT_ERR_PARAM_4;
-  if (indexHigh >= kColourTableSize) return LUT_ERR_PARAM_5;
+  if (!IsOrderedIndexRange(indexLow, indexHigh)) return LUT_ERR_PARAM_4;
+  if (!IsBelowTableSize(indexHigh, kColourTableSize)) return LUT_ERR_PARAM_5;
   if (const long check = CheckGreyImageFormat(src); check != LUT_OK) return check;
-  if (mapType < 0 || mapType > kLastMapType) return LUT_ERR_PARAM_6;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_6;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
   const BandedRequest request{

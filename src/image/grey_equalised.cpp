@@ -39,6 +39,19 @@ cv::Mat ColouredResult(const cv::Mat& colours, int mapType) {
   return blue;
 }
 
+long PrepareGreyWork(const cv::Mat& source, GreyWork& work) {
+  return RunStage(FaultStage::kOutputSizing, kGreyStageFailure, [&] {
+    work.n = GreyPixelCount(source);
+    work.pixels = ContiguousGreyPixels(source);
+    work.colours.create(source.rows, source.cols, CV_8UC3);
+  });
+}
+
+long FinishGreyWork(const GreyWork& work, int mapType, cv::Mat& result) {
+  return RunStage(FaultStage::kOutputSizing, kGreyStageFailure,
+                  [&] { result = ColouredResult(work.colours, mapType); });
+}
+
 namespace {
 
 // The engine is always told map type 5, whatever the caller chose. With entry 0 not reserved it
@@ -50,22 +63,18 @@ constexpr int kPassedOnMapType = kRgbMap;
 // of the table of mapType (grey for maps without a table of their own).
 template <typename T>
 long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
-  int n = 0;
-  cv::Mat pixels;
-  cv::Mat colours;
-  long status = RunGreyStage(FaultStage::kOutputSizing, [&] {
-    n = GreyPixelCount(source);
-    pixels = ContiguousGreyPixels(source);
-    colours.create(source.rows, source.cols, CV_8UC3);
-  });
+  GreyWork work;
+  long status = PrepareGreyWork(source, work);
   if (status != LUT_OK) return status;
 
-  const T* data = pixels.ptr<T>();
+  const T* data = work.pixels.ptr<T>();
+  const int n = work.n;
   PixelSummary<T> summary;
-  status = RunGreyStage(FaultStage::kStatistics, [&] { summary = SummarisePixels(data, n); });
+  status = RunStage(FaultStage::kStatistics, kGreyStageFailure,
+                    [&] { summary = SummarisePixels(data, n); });
   if (status != LUT_OK) return status;
 
-  status = RunGreyStage(FaultStage::kColouring, [&] {
+  status = RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
     const EqualisedColouring how{&SelectColourTable(mapType),
                                  static_cast<double>(summary.stats.minimum),
                                  static_cast<double>(summary.stats.maximum),
@@ -74,20 +83,18 @@ long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
                                  kPassedOnMapType,
                                  /*widthFromDifference=*/false,
                                  /*range=*/nullptr};
-    ColourByEqualisation(data, n, summary, how, colours.data);
+    ColourByEqualisation(data, n, summary, how, work.colours.data);
   });
   if (status != LUT_OK) return status;
 
-  return RunGreyStage(FaultStage::kOutputSizing,
-                      [&] { result = ColouredResult(colours, mapType); });
+  return FinishGreyWork(work, mapType, result);
 }
 
 }  // namespace
 
 long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) noexcept {
   if (const long check = CheckGreyImage(src); check != LUT_OK) return check;
-  // Read as unsigned like every map-type check of the library, so a negative one is refused too.
-  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_6;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_6;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
   return ColourGreyImageByDepth(

@@ -6,12 +6,11 @@
 // written into, and a failing call leaves it exactly as it was.
 #pragma once
 
-#include <exception>
 #include <opencv2/core.hpp>
 
 #include "KivImage.h"
 #include "KivLUTStatus.h"
-#include "common/fault_injection.h"
+#include "common/stage_status.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -29,21 +28,22 @@ long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) n
 // Maps 1 to 6 have a table of their own; 0 and 7 to 10 colour grey.
 inline bool HasOwnTable(int mapType) { return mapType >= kRainbowMap && mapType <= kJetMap; }
 
-// Runs one working stage: LUT_OK, or LUT_ERR_ARRAY_APPLY_FAILED when it throws anything, so that
-// no OpenCV, oneTBB or allocation failure leaves the library as an exception. `stage` names the
-// stage for the tests that make it fail.
-template <typename Work>
-long RunGreyStage(FaultStage stage, Work&& work) noexcept {
-  try {
-    ThrowIfInjected(stage);
-    work();
-    return LUT_OK;
-  } catch (const std::exception&) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  } catch (...) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  }
-}
+// Every stage of the grey-image colourings reports a failure as a failed colouring.
+inline constexpr long kGreyStageFailure = LUT_ERR_ARRAY_APPLY_FAILED;
+
+// What the grey colourings work on: the pixel count, the pixels as one contiguous block, and the
+// CV_8UC3 matrix they colour into.
+struct GreyWork {
+  int n = 0;
+  cv::Mat pixels;
+  cv::Mat colours;
+};
+
+// The first stage of both colourings: sets up `work` for `source`.
+long PrepareGreyWork(const cv::Mat& source, GreyWork& work);
+
+// The last stage: hands the colouring to `result` as ColouredResult shapes it for mapType.
+long FinishGreyWork(const GreyWork& work, int mapType, cv::Mat& result);
 
 // The pixel count of a grey matrix, which the colouring engine indexes with an int. Throws
 // std::length_error for a matrix too large for that.
@@ -77,7 +77,8 @@ long ColourGreyImageByDepth(const KivImage& src, KivImage* dst, int mapType,
     status = colourEight(source, result);
   } else {
     // 8-bit grey maps are final as plain copies: no table, no equalisation.
-    status = RunGreyStage(FaultStage::kOutputSizing, [&] { result = GreyCopy(source, mapType); });
+    status = RunStage(FaultStage::kOutputSizing, kGreyStageFailure,
+                      [&] { result = GreyCopy(source, mapType); });
   }
   if (status != LUT_OK) return status;
   dst->Mat() = result;

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "KivLUTStatus.h"
-#include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
+#include "common/stage_status.h"
 #include "image/grey_image_checks.h"
 #include "image/grey_result.h"
 #include "tables/colour_tables.h"
@@ -144,15 +144,14 @@ cv::Mat ColourSixteenBit(const cv::Mat& grey, int mapType) {
 
 long LinearSetColorLUTOnGreyImage(const KivImage& src, KivImage* dst, int mapType) {
   if (const long check = CheckGreyImage(src); check != LUT_OK) return check;
-  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (dst == nullptr) return LUT_ERR_PARAM_2;
   cv::Mat colour;
-  try {
+  const long status = RunStage(LUT_ERR_ARRAY_APPLY_FAILED, [&] {
     colour = src.BitDepth() == KIV_IMAGE_8U ? ColourEightBit(src.Mat(), mapType, *dst)
                                             : ColourSixteenBit(src.Mat(), mapType);
-  } catch (...) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  }
+  });
+  if (status != LUT_OK) return status;
   // Assigned: dst shares the result, and a buffer it shared with anyone else is left alone.
   dst->Mat() = colour;
   return LUT_OK;

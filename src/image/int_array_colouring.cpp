@@ -5,8 +5,8 @@
 
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
-#include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
+#include "common/stage_status.h"
 #include "tables/colour_tables.h"
 #include "tables/padded_colour.h"
 
@@ -31,20 +31,18 @@ uint8_t LinearIndex(double v, double low, double high) {
 
 long ColorMapLUTOnIntArray(const Kiv3DIntArray& values, int mapType, int low, int high,
                            KivColorArray* out) {
-  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) return LUT_ERR_PARAM_2;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_2;
   const int n = values.Length();
   if (n <= 0 || !HoldsIntElements(values)) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
 
   uint8_t* colours = nullptr;
-  try {
-    colours = PrepareColourOutput(*out, n);
-  } catch (...) {
-    return LUT_ERR_ARRAY_OUTPUT_FAILED;
+  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_ARRAY_OUTPUT_FAILED, colours);
+      sized != LUT_OK) {
+    return sized;
   }
 
-  try {
-    ThrowIfInjected(FaultStage::kColouring);
+  return RunStage(FaultStage::kColouring, LUT_ERR_ARRAY_APPLY_FAILED, [&] {
     const ColourTable& table = SelectColourTable(mapType);
     // The colour depends on the value alone, so when there are no more values between the bounds
     // than elements, each one's colour is worked out once. low > high is not refused: every value
@@ -76,10 +74,7 @@ long ColorMapLUTOnIntArray(const Kiv3DIntArray& values, int mapType, int low, in
           },
           colours);
     }
-  } catch (...) {
-    return LUT_ERR_ARRAY_APPLY_FAILED;
-  }
-  return LUT_OK;
+  });
 }
 
 }  // namespace KIVMV

@@ -6,10 +6,11 @@
 
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
-#include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
+#include "common/stage_status.h"
 #include "range/equalisation.h"
 #include "range/pixel_traits.h"
+#include "range/raw_units.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -30,16 +31,6 @@ struct EqualisedRequest {
   const ColourRange* colourRange;  // only with kClamp
 };
 
-// Raw units of an integer image: the offset is multiplied by the resolution and added before the
-// division, and the upper bound is truncated after one unit is added, exactly as the suite does.
-std::pair<double, double> BoundsInRawUnits(double low, double high, const KivRangeImage& image) {
-  const double r = image.ResolutionZ();
-  const double o = image.OffsetZ();
-  const double rawLow = (low + o * r) / r;
-  const double rawHigh = static_cast<double>(numeric::TruncateToInt64((high + o * r) / r + 1.0));
-  return {rawLow, rawHigh};
-}
-
 // The statistics and the histogram read from counts of raw values: the same numbers as a pass
 // over the pixels, since each pixel's contribution depends on its value alone.
 template <typename T>
@@ -49,15 +40,15 @@ long MapEqualised(const KivRangeImage& image, int n, const EqualisedRequest& req
   double low = request.low;
   double high = request.high;
   PixelSummary<T> summary;
-  try {
-    ThrowIfInjected(FaultStage::kStatistics);
+  const long measured = RunStage(FaultStage::kStatistics, LUT_ERR_STATISTICS_FAILED, [&] {
     if (std::is_integral_v<T> && request.rule != BoundsRule::kDataRange) {
-      std::tie(low, high) = BoundsInRawUnits(low, high, image);
+      const RawBounds raw = TruncatedRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
+      low = raw.low;
+      high = raw.high;
     }
     summary = SummarisePixels(data, n);
-  } catch (...) {
-    return LUT_ERR_STATISTICS_FAILED;
-  }
+  });
+  if (measured != LUT_OK) return measured;
 
   const double minimum = static_cast<double>(summary.stats.minimum);
   const double maximum = static_cast<double>(summary.stats.maximum);
@@ -78,8 +69,7 @@ long MapEqualised(const KivRangeImage& image, int n, const EqualisedRequest& req
       break;
   }
 
-  try {
-    ThrowIfInjected(FaultStage::kColouring);
+  return RunStage(FaultStage::kColouring, LUT_ERR_APPLY_FAILED, [&] {
     const EqualisedColouring how{&SelectColourTable(request.mapType),
                                  low,
                                  high,
@@ -89,26 +79,21 @@ long MapEqualised(const KivRangeImage& image, int n, const EqualisedRequest& req
                                  /*widthFromDifference=*/request.rule == BoundsRule::kClamp,
                                  request.colourRange};
     ColourByEqualisation(data, n, summary, how, out);
-  } catch (...) {
-    return LUT_ERR_APPLY_FAILED;
-  }
-  return LUT_OK;
+  });
 }
 
 long RunEqualised(KivRangeImage& image, const EqualisedRequest& request, KivColorArray* out) {
   const int n = CheckedPixelCount(image);
   if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
   if (const ColourRange* range = request.colourRange) {
-    if (range->hi < range->lo || range->lo < 0) return LUT_ERR_PARAM_4;
-    if (range->hi > kColourTableSize - 1) return LUT_ERR_PARAM_5;
+    if (!IsOrderedIndexRange(range->lo, range->hi)) return LUT_ERR_PARAM_4;
+    if (!IsBelowTableSize(range->hi, kColourTableSize)) return LUT_ERR_PARAM_5;
   }
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
 
   uint8_t* bytes = nullptr;
-  try {
-    bytes = PrepareColourOutput(*out, n);
-  } catch (...) {
-    return LUT_ERR_OUTPUT_FAILED;
+  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, bytes); sized != LUT_OK) {
+    return sized;
   }
 
   long status = LUT_OK;

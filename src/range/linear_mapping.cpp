@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <exception>
 #include <limits>
 #include <opencv2/core.hpp>
 #include <type_traits>
@@ -14,8 +13,8 @@
 
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
-#include "common/fault_injection.h"
 #include "common/load_time_config.h"
+#include "common/stage_status.h"
 #include "range/statistics.h"
 
 namespace KIVMV {
@@ -156,30 +155,10 @@ FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, dou
 
 namespace {
 
-// Read as unsigned, so a negative map type is refused too.
-bool MapTypeValid(int mapType) {
-  return static_cast<unsigned>(mapType) < static_cast<unsigned>(kMapTypeCount);
-}
-
-// Runs one working stage: an exception of any kind becomes the stage's failure code.
-template <typename Work>
-long RunStage(long failureCode, Work&& work) noexcept {
-  try {
-    return work();
-  } catch (const std::exception&) {
-    return failureCode;
-  } catch (...) {
-    return failureCode;
-  }
-}
-
 // Sizes a non-null output inside its own stage; `colours` receives the first byte.
 long SizeOutputStage(KivColorArray* out, int n, uint8_t*& colours) {
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
-  return RunStage(LUT_ERR_OUTPUT_FAILED, [&] {
-    colours = PrepareColourOutput(*out, n);
-    return LUT_OK;
-  });
+  return SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
 }
 
 template <typename T>
@@ -232,10 +211,10 @@ long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double 
                                 const KivColor& overColor, KivColorArray* out) {
   const int n = CheckedPixelCount(image);
   if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!MapTypeValid(mapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (!(low <= high)) return LUT_ERR_PARAM_2;
-  if (indexHigh < indexLow || indexLow < 0) return LUT_ERR_PARAM_3;
-  if (indexHigh >= kColourTableSize) return LUT_ERR_PARAM_2;
+  if (!IsOrderedIndexRange(indexLow, indexHigh)) return LUT_ERR_PARAM_3;
+  if (!IsBelowTableSize(indexHigh, kColourTableSize)) return LUT_ERR_PARAM_2;
 
   uint8_t* colours = nullptr;
   const long sized = SizeOutputStage(out, n, colours);
@@ -246,7 +225,7 @@ long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double 
       using T = typename decltype(tag)::type;
       RawBounds bounds{low, high};
       if constexpr (std::is_integral_v<T>) {
-        bounds = SerialRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
+        bounds = TruncatedRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
       }
       const SerialLinearMapping mapping{bounds.low,
                                         bounds.high,
@@ -266,7 +245,7 @@ long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double l
                                KivColorArray* out) {
   const int n = CheckedPixelCount(image);
   if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!MapTypeValid(mapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
   if (!(low <= high)) return LUT_ERR_PARAM_2;
 
   uint8_t* colours = nullptr;
@@ -278,7 +257,7 @@ long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double l
       using T = typename decltype(tag)::type;
       RawBounds bounds{low, high};
       if constexpr (std::is_integral_v<T>) {
-        bounds = ParallelRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
+        bounds = FloatScaledRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
       }
       ColourLinearParallel(image.Ptr<T>(), n, static_cast<float>(bounds.low),
                            static_cast<float>(bounds.high), mapType, colours);
@@ -290,7 +269,7 @@ long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double l
 long LinearColourMapMinMax(const KivRangeImage& image, int mapType, KivColorArray* out) {
   const int n = CheckedPixelCount(image);
   if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!MapTypeValid(mapType)) return LUT_ERR_PARAM_1;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
 
   uint8_t* colours = nullptr;
   const long sized = SizeOutputStage(out, n, colours);
@@ -320,9 +299,9 @@ long LinearColourMapFractions(const KivRangeImage& image, KivColorArray* out, in
                               double upperFraction, double lowerFraction) {
   const int n = CheckedPixelCount(image);
   if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!MapTypeValid(mapType)) return LUT_ERR_PARAM_1;
-  if (!(upperFraction >= 0.0 && upperFraction <= 1.0)) return LUT_ERR_PARAM_2;
-  if (!(lowerFraction >= 0.0 && lowerFraction <= 1.0)) return LUT_ERR_PARAM_3;
+  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (!IsFraction(upperFraction)) return LUT_ERR_PARAM_2;
+  if (!IsFraction(lowerFraction)) return LUT_ERR_PARAM_3;
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
 
   // The values are rewritten before they are coloured, so the work is done on a copy and the

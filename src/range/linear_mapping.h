@@ -23,6 +23,7 @@
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
 #include "range/pixel_traits.h"
+#include "range/raw_units.h"
 #include "range/raw_value_lut.h"
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
@@ -197,28 +198,6 @@ template <typename T>
 std::vector<PaddedColour> BuildSerialValueColours(const SerialLinearMapping& m) {
   return TabulateValueColours<T>(
       [&](T v) -> const ColourEntry& { return SerialLinearColour(v, m); });
-}
-
-// ---- Bounds in raw units ----
-
-struct RawBounds {
-  double low;
-  double high;
-};
-
-// Serial overload: low' = (low + o*r) / r; high' = the 64-bit truncation of (high + o*r) / r,
-// plus 1. Only the upper bound is truncated and widened by one raw unit.
-inline RawBounds SerialRawBounds(double low, double high, double resolution, double offset) {
-  const double shift = offset * resolution;
-  return {(low + shift) / resolution,
-          static_cast<double>(numeric::TruncateToInt64((high + shift) / resolution)) + 1.0};
-}
-
-// Parallel overload: as above without the truncation, with r and o*r first rounded to float.
-inline RawBounds ParallelRawBounds(double low, double high, double resolution, double offset) {
-  const double r = static_cast<float>(resolution);
-  const double shift = static_cast<float>(offset * resolution);
-  return {(low + shift) / r, (high + shift) / r + 1.0};
 }
 
 // ---- The four routines behind KivLUTSetting::LinearColorMapLUT ----

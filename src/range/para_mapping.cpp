@@ -13,7 +13,7 @@
 #include "KivLUTStatus.h"
 #include "KivPlatformStatus.h"
 #include "common/colour_output.h"
-#include "common/fault_injection.h"
+#include "common/stage_status.h"
 #include "range/equalisation.h"
 #include "range/five_point_scale.h"
 #include "range/legend_chart.h"
@@ -23,8 +23,6 @@
 #include "tables/para_colour_tables.h"
 
 namespace KIVMV {
-
-bool IsParaMapType(int mapType) { return mapType >= 1 && mapType <= kLastMapType; }
 
 long CheckParaRecord(const LinearColorMapLUT_Para& para) {
   if (para.value0 > para.value1 || para.value1 > para.value2) return LUT_ERR_PARA_BOUND_1;
@@ -77,16 +75,6 @@ ColourTable QuarterOfParaGrey(int segment) {
 }
 
 namespace {
-
-// Runs one working stage: an exception of any kind becomes the stage's failure code.
-template <typename Work>
-long RunStage(long failureCode, Work&& work) noexcept {
-  try {
-    return work();
-  } catch (...) {
-    return failureCode;
-  }
-}
 
 // The checks the routines repeat before they touch anything: n pixels, a map type 1..10.
 long CheckImageAndMapType(const KivRangeImage& image, int mapType, int& n) {

@@ -19,9 +19,6 @@
 
 namespace KIVMV {
 
-// Map types 1..10; grey (0) has no five-point table.
-bool IsParaMapType(int mapType);
-
 // The checks of a caller's record (manual mode), in order: value0 > value1 or value1 > value2,
 // value2 > value3, value3 > value4 (LUT_ERR_PARA_BOUND_1, _3, _4); each index below 0 or above
 // the next (LUT_ERR_PARA_INDEX_1 .. _4); index4 above 1023 (LUT_ERR_PARA_COUNT). NaN values pass.

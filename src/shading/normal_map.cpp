@@ -3,10 +3,11 @@
 #include <tbb/parallel_for.h>
 #include <tbb/partitioner.h>
 
+#include "Kiv3DDataOperation.h"
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
-#include "common/fault_injection.h"
 #include "common/load_time_config.h"
+#include "common/stage_status.h"
 
 namespace KIVMV {
 
@@ -52,18 +53,18 @@ long ColourNormalMap(const KivVector3dArray& normals, KivColorArray* out) {
   if (n < 1) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
   uint8_t* colours = nullptr;
-  try {
-    colours = PrepareColourOutput(*out, n);
-  } catch (...) {
-    return LUT_ERR_OUTPUT_FAILED;
+  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
+      sized != LUT_OK) {
+    return sized;
   }
-  try {
-    RunNormalMapLoop(normals.Data(), colours, n);
-  } catch (...) {
-    // Standard exceptions above all (allocation, the scheduler); nothing may leave the call.
-    return LUT_ERR_NORMAL_MAP_FAILED;
-  }
-  return LUT_OK;
+  return RunStage(LUT_ERR_NORMAL_MAP_FAILED, [&] { RunNormalMapLoop(normals.Data(), colours, n); });
+}
+
+long ComputeNormalsOf(KivRangeImage& image, KivVector3dArray& normals) {
+  return RunStage(LUT_ERR_NORMAL_MAP_FAILED, [&] {
+    Kiv3DDataOperation operation;
+    return operation.ComputeNormals(image, &normals, nullptr);
+  });
 }
 
 }  // namespace KIVMV

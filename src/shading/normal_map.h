@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "KivColorArray.h"
+#include "KivRangeImage.h"
 #include "KivVector3d.h"
 #include "common/numeric_helpers.h"
 
@@ -100,5 +101,9 @@ void ColourNormalMapSerial(const float* normals, uint8_t* out,
 // boundaries are built or the loop runs: LUT_ERR_NORMAL_MAP_FAILED. The last entry is never
 // written.
 long ColourNormalMap(const KivVector3dArray& normals, KivColorArray* out);
+
+// The platform's surface normals of a range image, with its status unchanged. It promises not to
+// throw; should it, the shading answers with LUT_ERR_NORMAL_MAP_FAILED.
+long ComputeNormalsOf(KivRangeImage& image, KivVector3dArray& normals);
 
 }  // namespace KIVMV

@@ -5,11 +5,11 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/utility.hpp>
 
-#include "Kiv3DDataOperation.h"
 #include "KivConfiguration.h"
 #include "KivLUTSetting.h"
 #include "KivLUTStatus.h"
-#include "common/fault_injection.h"
+#include "common/stage_status.h"
+#include "shading/normal_map.h"
 
 namespace KIVMV {
 
@@ -108,23 +108,14 @@ long ShadeRangeImage(KivRangeImage& image, const KivVector3d& light, const KivVe
                      int mode, float coefA, float coefB, float coefC, float coefD,
                      KivColorArray* out) {
   KivVector3dArray points;
-  try {
-    ThrowIfInjected(FaultStage::kPointGrid);
-    BuildPointGrid(image, &points);
-  } catch (...) {
-    return LUT_ERR_NORMAL_MAP_FAILED;
+  if (const long built = RunStage(FaultStage::kPointGrid, LUT_ERR_NORMAL_MAP_FAILED,
+                                  [&] { BuildPointGrid(image, &points); });
+      built != LUT_OK) {
+    return built;
   }
 
   KivVector3dArray normals;
-  long normalsStatus = LUT_OK;
-  try {
-    Kiv3DDataOperation operation;
-    normalsStatus = operation.ComputeNormals(image, &normals, nullptr);
-  } catch (...) {
-    // The platform promises not to throw; should it, the shading stage answers for it.
-    return LUT_ERR_NORMAL_MAP_FAILED;
-  }
-  if (normalsStatus != 0) return normalsStatus;
+  if (const long computed = ComputeNormalsOf(image, normals); computed != LUT_OK) return computed;
 
   // Through the public class, so the base colouring is logged as a call of its own.
   KivColorArray base;
@@ -132,22 +123,19 @@ long ShadeRangeImage(KivRangeImage& image, const KivVector3d& light, const KivVe
   if (const long status = lut.ColorMapLUT(image, mode, &base); status != LUT_OK) return status;
 
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
-  try {
-    ThrowIfInjected(FaultStage::kLightingOutput);
-    out->SetSize(base.Width(), base.Height(), base.Channel());
-  } catch (...) {
-    return LUT_ERR_OUTPUT_FAILED;
+  if (const long sized =
+          RunStage(FaultStage::kLightingOutput, LUT_ERR_OUTPUT_FAILED,
+                   [&] { out->SetSize(base.Width(), base.Height(), base.Channel()); });
+      sized != LUT_OK) {
+    return sized;
   }
 
-  try {
+  return RunStage(LUT_ERR_NORMAL_MAP_FAILED, [&] {
     const int workers = FreshWorkerCount();
     ThrowIfInjected(FaultStage::kLighting);
     LightEntries(base, *out, SharedVectors(std::move(points)), SharedVectors(std::move(normals)),
                  coefA, coefB, coefC, coefD, light, eye, workers);
-  } catch (...) {
-    return LUT_ERR_NORMAL_MAP_FAILED;
-  }
-  return LUT_OK;
+  });
 }
 
 }  // namespace KIVMV

@@ -232,7 +232,7 @@ int TableSlot(int mapType) {
 }  // namespace
 
 const ColourEntry& InvalidColour(int mapType) {
-  const bool known = mapType >= 0 && mapType < kMapTypeCount;
+  const bool known = IsMapType(mapType);
   return InvalidColorTable[known ? mapType : kGreyMap];
 }
 

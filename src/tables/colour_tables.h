@@ -8,6 +8,8 @@
 #include <array>
 #include <cstdint>
 
+#include "common/argument_rules.h"
+
 namespace cv {
 class Mat;
 }
@@ -27,9 +29,7 @@ enum ColourMap : int {
   kIsoluminantMap = 4,
   kRgbMap = 5,
   kJetMap = 6,
-  kLastMapType = 10,
 };
-inline constexpr int kMapTypeCount = kLastMapType + 1;
 
 extern const ColourTable kGreyTable;
 extern const ColourTable kRainbowTable;

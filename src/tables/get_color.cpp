@@ -15,7 +15,7 @@ long CheckColorQuery(double value, int mapType, const KivColor* out) {
   if (value < 0.0 || value > 1.0 || std::isnan(value)) {
     return LUT_ERR_PARAM_1;
   }
-  if (static_cast<unsigned>(mapType) > static_cast<unsigned>(kLastMapType)) {
+  if (!IsMapType(mapType)) {
     return LUT_ERR_PARAM_2;
   }
   if (out == nullptr) {

@@ -115,7 +115,8 @@ Bytes RefWithColours(const KivRangeImage& image, const WithColours& p) {
   if constexpr (std::is_integral_v<T>) {
     const double r = image.ResolutionZ(), o = image.OffsetZ();
     low = (low + o * r) / r;
-    high = static_cast<double>(RefTruncate((high + o * r) / r)) + 1.0;
+    // The truncation takes the whole upper expression, the added unit included.
+    high = static_cast<double>(RefTruncate((high + o * r) / r + 1.0));
   }
   Bytes out(3 * static_cast<size_t>(n));
   for (int i = 0; i < n; ++i) Put(out, i, RefSerialColour(Pixels<T>(image)[i], low, high, p));
@@ -894,7 +895,7 @@ TEST(LinearMapping, WithColoursStepsBackOneEntry) {
 
 TEST(LinearMapping, WithColoursConvertsBoundsToRawUnits) {
   // r = 0.5, o = 0, low = 1, high = 2: low' = 2, high' = 5.
-  const RawBounds b = SerialRawBounds(1.0, 2.0, 0.5, 0.0);
+  const RawBounds b = TruncatedRawBounds(1.0, 2.0, 0.5, 0.0);
   EXPECT_EQ(b.low, 2.0);
   EXPECT_EQ(b.high, 5.0);
   KivRangeImage image = U16Image({1, 2, 4, 5, 6});
@@ -911,13 +912,87 @@ TEST(LinearMapping, WithColoursConvertsBoundsToRawUnits) {
   EXPECT_EQ(PixelColour(out, 4), (ColourEntry{2, 2, 2}));
 
   // Only the upper bound is truncated; the offset is added as o x r.
-  const RawBounds shifted = SerialRawBounds(1.0, 2.9, 0.5, 4.0);
+  const RawBounds shifted = TruncatedRawBounds(1.0, 2.9, 0.5, 4.0);
   EXPECT_EQ(shifted.low, 6.0);
-  EXPECT_EQ(shifted.high, 10.0);  // (2.9 + 2) / 0.5 = 9.8 -> 9, + 1
-  const RawBounds fractional = SerialRawBounds(1.3, 2.0, 1.0, 0.0);
+  EXPECT_EQ(shifted.high, 10.0);  // (2.9 + 2) / 0.5 + 1 = 10.8 -> 10
+  const RawBounds fractional = TruncatedRawBounds(1.3, 2.0, 1.0, 0.0);
   EXPECT_EQ(fractional.low, 1.3);
-  // A NaN or overflowing upper bound truncates to INT64_MIN.
-  EXPECT_EQ(SerialRawBounds(0.0, 1e300, 1e-300, 0.0).high, -9223372036854775808.0 + 1.0);
+  // A NaN or overflowing upper bound truncates to INT64_MIN, the added unit with it.
+  EXPECT_EQ(TruncatedRawBounds(0.0, 1e300, 1e-300, 0.0).high, -9223372036854775808.0);
+}
+
+// (high + o*r) / r in (-1, -2^-54): adding the unit before truncating gives high' = 0, where
+// truncating first would give 1. Raw 1 then lies above the range and takes the over colour.
+TEST(LinearMapping, WithColoursTruncatesTheUpperBoundAfterAddingOneUnit) {
+  const double kBelowMinusTwoToMinus54 = std::nextafter(-0x1p-54, -1.0);
+  const double kAboveMinusOne = std::nextafter(-1.0, 0.0);
+  const KivColor under(1, 2, 3), over(4, 5, 6);
+  int casesInWindow = 0;
+  ForEachPixelType([&](auto tag) {
+    using T = typename decltype(tag)::type;
+    if constexpr (std::is_integral_v<T>) {
+      SCOPED_TRACE(static_cast<int>(PixelTraits<T>::kDataType));
+      for (const double r : {1.0, 0.5, 0.001, 3.0, 1e-6}) {
+        for (const double o : {0.0, 2.5, -7.0, 1000.0}) {
+          for (const double x : {-0.5, kAboveMinusOne, kBelowMinusTwoToMinus54, -0.999, -1e-3}) {
+            // Chosen so that (high + o*r) / r is x; the window test below reads it back.
+            const double high = x * r - o * r;
+            const double position = (high + o * r) / r;
+            if (!(position > -1.0 && position < -0x1p-54)) continue;
+            ++casesInWindow;
+            SCOPED_TRACE(testing::Message() << "r " << r << " o " << o << " x " << position);
+            const double low = -20.0 * r - o * r;  // low' is about -20
+            EXPECT_EQ(TruncatedRawBounds(low, high, r, o).high, 0.0);
+            KivRangeImage image(4, 1, PixelTraits<T>::kDataType);
+            const T values[] = {1, 2, static_cast<T>(std::is_signed_v<T> ? -3 : 3), 0};
+            std::copy(values, values + 4, image.Ptr<T>());
+            image.SetResolution(1.0, 1.0, r);
+            image.SetOffset(0.0, 0.0, o);
+            const WithColours p{3, low, high, 10, 200, under, over};
+            KivColorArray out;
+            KivLUTSetting lut;
+            ASSERT_EQ(lut.LinearColorMapLUT(image, p.mapType, low, high, p.indexLow, p.indexHigh,
+                                            under, over, &out),
+                      LUT_OK);
+            EXPECT_EQ(PixelColour(out, 0), RefStored(over));
+            EXPECT_EQ(AllBytes(out), RefWithColours<T>(image, p));
+          }
+        }
+      }
+    }
+  });
+  EXPECT_GE(casesInWindow, 5 * 20);
+}
+
+// Just outside the window on each side both readings agree: x = -1 gives 0, x = -2^-54 gives 1
+// (the sum -2^-54 + 1 is a tie that rounds to 1).
+TEST(LinearMapping, WithColoursUpperBoundJustOutsideTheWindow) {
+  ForEachPixelType([&](auto tag) {
+    using T = typename decltype(tag)::type;
+    if constexpr (std::is_integral_v<T>) {
+      SCOPED_TRACE(static_cast<int>(PixelTraits<T>::kDataType));
+      for (const double r : {1.0, 0.5, 0.25}) {
+        EXPECT_EQ(TruncatedRawBounds(-10.0, -1.0 * r, r, 0.0).high, 0.0);
+        EXPECT_EQ(TruncatedRawBounds(-10.0, -0x1p-54 * r, r, 0.0).high, 1.0);
+      }
+      KivRangeImage image(2, 1, PixelTraits<T>::kDataType);
+      image.Ptr<T>()[0] = 1;
+      image.Ptr<T>()[1] = 2;
+      image.SetResolution(1.0, 1.0, 1.0);
+      image.SetOffset(0.0, 0.0, 0.0);
+      const KivColor under(1, 2, 3), over(4, 5, 6);
+      KivColorArray out;
+      KivLUTSetting lut;
+      // high' = 1: raw 1 is the top of the range and takes entry indexHigh - 1.
+      ASSERT_EQ(lut.LinearColorMapLUT(image, 0, -10.0, -0x1p-54, 0, 100, under, over, &out),
+                LUT_OK);
+      EXPECT_EQ(PixelColour(out, 0), SelectColourTable(0)[99]);
+      EXPECT_EQ(PixelColour(out, 1), RefStored(over));
+      // high' = 0: raw 1 is above it.
+      ASSERT_EQ(lut.LinearColorMapLUT(image, 0, -10.0, -1.0, 0, 100, under, over, &out), LUT_OK);
+      EXPECT_EQ(PixelColour(out, 0), RefStored(over));
+    }
+  });
 }
 
 TEST(LinearMapping, WithColoursOnFloatUsesBoundsAsGiven) {
@@ -987,7 +1062,7 @@ TEST(LinearMapping, WithBoundsEntryOneAtLowEntry255AboveEntryZeroBelow) {
 }
 
 TEST(LinearMapping, WithBoundsRoundsScaleToSinglePrecision) {
-  const RawBounds b = ParallelRawBounds(1.0, 2.0, 0.1, 3.0);
+  const RawBounds b = FloatScaledRawBounds(1.0, 2.0, 0.1, 3.0);
   const double r = static_cast<double>(0.1f);
   const double shift = static_cast<double>(static_cast<float>(3.0 * 0.1));
   EXPECT_EQ(b.low, (1.0 + shift) / r);
