@@ -12,7 +12,7 @@
 
 #include "common/load_time_config.h"
 #include "common/numeric_helpers.h"
-#include "range/pixel_traits.h"
+#include "common/pixel_rules.h"
 #include "range/raw_value_lut.h"
 #include "range/statistics.h"
 #include "tables/colour_tables.h"

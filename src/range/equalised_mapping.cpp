@@ -7,9 +7,10 @@
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
 #include "common/numeric_helpers.h"
+#include "common/pixel_rules.h"
 #include "common/stage_status.h"
+#include "range/checked_pixel_count.h"
 #include "range/equalisation.h"
-#include "range/pixel_traits.h"
 #include "range/raw_units.h"
 #include "tables/colour_tables.h"
 

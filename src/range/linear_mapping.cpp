@@ -15,6 +15,7 @@
 #include "common/colour_output.h"
 #include "common/load_time_config.h"
 #include "common/stage_status.h"
+#include "range/checked_pixel_count.h"
 #include "range/statistics.h"
 
 namespace KIVMV {

@@ -22,7 +22,7 @@
 #include "common/colour_output.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
-#include "range/pixel_traits.h"
+#include "common/pixel_rules.h"
 #include "range/raw_units.h"
 #include "range/raw_value_lut.h"
 #include "range/statistics.h"

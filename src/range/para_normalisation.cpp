@@ -16,8 +16,7 @@ namespace KIVMV {
 namespace {
 
 inline bool IsMeasured(float v, RescaledElements which) {
-  return which == RescaledElements::kAllButMarker ? v != kParaInvalidMarker
-                                                  : IsValidFloatMeasurement(v);
+  return which == RescaledElements::kAllButMarker ? !IsExactMarker(v) : IsValidFloatMeasurement(v);
 }
 
 // Extremes of the measured elements; a body that saw none keeps found == false.

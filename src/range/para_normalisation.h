@@ -13,19 +13,12 @@
 #include <limits>
 
 #include "common/numeric_helpers.h"
+#include "common/pixel_rules.h"
 
 namespace KIVMV {
 
 // The "no data" marker of float height data.
-inline constexpr float kParaInvalidMarker = -FLT_MAX;
-
-// Invalid for the five-point scale: the marker (compared after widening to double, with a
-// tolerance of 1e-8, so only the marker itself) or a non-finite value.
-inline bool IsParaValid(float v) {
-  const double widened = static_cast<double>(v);
-  return !(std::fabs(widened - static_cast<double>(kParaInvalidMarker)) <= 1e-8) &&
-         std::isfinite(widened);
-}
+inline constexpr float kParaInvalidMarker = PixelTraits<float>::kMarker;
 
 using numeric::NarrowToFloat;
 

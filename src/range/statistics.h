@@ -18,7 +18,7 @@
 
 #include "common/load_time_config.h"
 #include "common/numeric_helpers.h"
-#include "range/pixel_traits.h"
+#include "common/pixel_rules.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -90,7 +90,7 @@ class MinMaxBodyandnemer {
 template <typename T>
 inline int HistogramBin(T raw, double w, double low, double high) {
   const double v = static_cast<double>(raw);
-  if (!(PixelTraits<T>::MarkerDistance(raw) > kMarkerTolerance) && !std::isfinite(v)) return -1;
+  if (IsUncountedInHistogram(raw)) return -1;
   if (!(low <= v && v <= high)) return -1;
   // The two divisions are kept separate: folding them changes which bin a boundary value takes.
   int64_t bin = numeric::TruncateToInt64(std::floor(v / w - low / w + 1e-14));

@@ -8,6 +8,7 @@
 #include "KivConfiguration.h"
 #include "KivLUTSetting.h"
 #include "KivLUTStatus.h"
+#include "common/pixel_rules.h"
 #include "common/stage_status.h"
 #include "shading/normal_map.h"
 
@@ -29,10 +30,10 @@ GridScale ScaleOf(const KivRangeImage& image) {
           ThroughFloat(image.ResolutionY()), ThroughFloat(image.ResolutionZ())};
 }
 
-// One converter per pixel type; they differ only in the element type and its marker. Raw integer
-// heights are scaled by the Z resolution; float and double heights are already lengths.
+// Raw integer heights are scaled by the Z resolution; float and double heights are already
+// lengths. Only the exact marker is "no data" here: NaN and infinities become points.
 template <typename T>
-void ConvertPoints(const cv::Mat& pixels, T marker, const GridScale& scale, KivVector3d* points) {
+void ConvertPoints(const cv::Mat& pixels, const GridScale& scale, KivVector3d* points) {
   constexpr bool kRawUnits = std::numeric_limits<T>::is_integer;
   const T* values = reinterpret_cast<const T*>(pixels.data);
   const int rows = pixels.rows, cols = pixels.cols;
@@ -44,7 +45,7 @@ void ConvertPoints(const cv::Mat& pixels, T marker, const GridScale& scale, KivV
       const T v = values[at];
       const float x = NarrowToFloat((static_cast<double>(col) - scale.offsetY) * scale.resolutionY);
       float z = kInvalidPointZ;
-      if (!(v == marker)) {
+      if (!IsExactMarker(v)) {
         const double height = static_cast<double>(v) - scale.offsetZ;
         z = NarrowToFloat(kRawUnits ? height * scale.resolutionZ : height);
       }
@@ -76,32 +77,11 @@ void BuildPointGrid(const KivRangeImage& image, KivVector3dArray* points) {
   points->SetSize(static_cast<int>(count));
   if (count == 0) return;
   KivVector3d* grid = &(*points)[0];
-  switch (pixels.type() & 0xFFF) {
-    case CV_8U:
-      ConvertPoints<uint8_t>(pixels, 0, scale, grid);
-      break;
-    case CV_8S:
-      ConvertPoints<int8_t>(pixels, -128, scale, grid);
-      break;
-    case CV_16U:
-      ConvertPoints<uint16_t>(pixels, 0, scale, grid);
-      break;
-    case CV_16S:
-      ConvertPoints<int16_t>(pixels, -32768, scale, grid);
-      break;
-    case CV_32S:
-      ConvertPoints<int32_t>(pixels, INT_MIN, scale, grid);
-      break;
-    case CV_32F:
-      ConvertPoints<float>(pixels, -FLT_MAX, scale, grid);
-      break;
-    case CV_64F:
-      ConvertPoints<double>(pixels, -DBL_MAX, scale, grid);
-      break;
-    default:
-      // More than one channel: the grid stays as SetSize made it.
-      break;
-  }
+  // The matrix's own type, channels included: the single-channel depths are the data-type codes,
+  // and a matrix of more than one channel leaves the grid as SetSize made it.
+  VisitPixelType(pixels.type(), [&](auto tag) {
+    ConvertPoints<typename decltype(tag)::type>(pixels, scale, grid);
+  });
 }
 
 long ShadeRangeImage(KivRangeImage& image, const KivVector3d& light, const KivVector3d& eye,

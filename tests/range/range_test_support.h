@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "KivRangeImage.h"
-#include "range/pixel_traits.h"
+#include "common/pixel_rules.h"
 
 namespace KIVMV {
 namespace testing_support {

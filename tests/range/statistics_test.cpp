@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "range/pixel_traits.h"
+#include "common/pixel_rules.h"
 #include "range/range_test_support.h"
 
 namespace KIVMV {

@@ -1,6 +1,12 @@
-// What each of the seven range-image pixel types means: its invalid marker, the extremes a
-// minimum/maximum search starts from, and the one rule that decides whether a pixel is a
-// measurement. Every body that reads pixels asks PixelTraits<T>::IsValid and nothing else.
+// The per-pixel-type rules of the library, side by side: what each of the seven range-image pixel
+// types means (its "no data" marker and the extremes a minimum/maximum search starts from), the
+// tests that decide whether a value is a measurement, and the one dispatch from a KivDataType code
+// to a kernel typed by the pixel. The rules differ on purpose, each where its caller's results
+// depend on it; the comment on each says how it differs from the first.
+//
+// The platform has rules of its own, which the library meets only through the platform's calls:
+// IsValidFloatMeasurement (Kiv3DArray.h) for the float and int arrays, and the exact-marker rule of
+// its 3-D operations (surface normals, pixel-type conversion).
 #pragma once
 
 #include <cfloat>
@@ -10,7 +16,6 @@
 #include <limits>
 
 #include "KivDataType.h"
-#include "KivRangeImage.h"
 #include "common/numeric_helpers.h"
 
 namespace KIVMV {
@@ -24,6 +29,7 @@ struct PixelTraits;
 
 template <>
 struct PixelTraits<uint8_t> {
+  static constexpr uint8_t kMarker = 0;
   static constexpr KivDataType kDataType = KIV_DATA_U8;
   static constexpr uint8_t kInitialMin = 255;
   static constexpr uint8_t kInitialMax = 0;
@@ -32,6 +38,7 @@ struct PixelTraits<uint8_t> {
 
 template <>
 struct PixelTraits<int8_t> {
+  static constexpr int8_t kMarker = -128;
   static constexpr KivDataType kDataType = KIV_DATA_S8;
   static constexpr int8_t kInitialMin = 127;
   static constexpr int8_t kInitialMax = -128;
@@ -40,6 +47,7 @@ struct PixelTraits<int8_t> {
 
 template <>
 struct PixelTraits<uint16_t> {
+  static constexpr uint16_t kMarker = 0;
   static constexpr KivDataType kDataType = KIV_DATA_U16;
   static constexpr uint16_t kInitialMin = 65535;
   static constexpr uint16_t kInitialMax = 0;
@@ -48,6 +56,7 @@ struct PixelTraits<uint16_t> {
 
 template <>
 struct PixelTraits<int16_t> {
+  static constexpr int16_t kMarker = -32768;
   static constexpr KivDataType kDataType = KIV_DATA_S16;
   static constexpr int16_t kInitialMin = 32767;
   static constexpr int16_t kInitialMax = -32768;
@@ -56,6 +65,7 @@ struct PixelTraits<int16_t> {
 
 template <>
 struct PixelTraits<int32_t> {
+  static constexpr int32_t kMarker = INT_MIN;
   static constexpr KivDataType kDataType = KIV_DATA_S32;
   static constexpr int32_t kInitialMin = INT_MAX;
   static constexpr int32_t kInitialMax = INT_MIN;
@@ -68,6 +78,7 @@ struct PixelTraits<int32_t> {
 
 template <>
 struct PixelTraits<float> {
+  static constexpr float kMarker = -FLT_MAX;
   static constexpr KivDataType kDataType = KIV_DATA_F32;
   static constexpr float kInitialMin = FLT_MAX;
   static constexpr float kInitialMax = -FLT_MAX;
@@ -77,16 +88,42 @@ struct PixelTraits<float> {
 
 template <>
 struct PixelTraits<double> {
+  static constexpr double kMarker = -DBL_MAX;
   static constexpr KivDataType kDataType = KIV_DATA_F64;
   static constexpr double kInitialMin = DBL_MAX;
   static constexpr double kInitialMax = -DBL_MAX;
   static double MarkerDistance(double v) { return std::fabs(v - (-DBL_MAX)); }  // marker -DBL_MAX
 };
 
+// The library's rule for range images: a measurement is not within the tolerance of the marker
+// (distance as MarkerDistance forms it, 32-bit wrap included) and is finite.
 template <typename T>
 inline bool IsValidPixel(T v) {
   return !(kMarkerTolerance > PixelTraits<T>::MarkerDistance(v)) &&
          std::isfinite(static_cast<double>(v));
+}
+
+// The histogram's rule: only a value that is at the marker and also not finite stays out of the
+// count (none, for the integer types); the bounds test of the histogram does the rest.
+template <typename T>
+inline bool IsUncountedInHistogram(T v) {
+  return !(PixelTraits<T>::MarkerDistance(v) > kMarkerTolerance) &&
+         !std::isfinite(static_cast<double>(v));
+}
+
+// The rule of the Phong point grid and of the five-point rescaling of range images: the marker
+// itself by exact equality, with no tolerance and no finiteness test.
+template <typename T>
+inline bool IsExactMarker(T v) {
+  return v == PixelTraits<T>::kMarker;
+}
+
+// The five-point scale's rule for its float heights: the float marker, compared after widening to
+// double with a tolerance of 1e-8 (so only the marker itself), or a non-finite value.
+inline bool IsParaValid(float v) {
+  const double widened = static_cast<double>(v);
+  return !(std::fabs(widened - static_cast<double>(PixelTraits<float>::kMarker)) <= 1e-8) &&
+         std::isfinite(widened);
 }
 
 template <typename T>
@@ -95,7 +132,8 @@ struct PixelTypeTag {
 };
 
 // Calls visit(PixelTypeTag<T>{}) for the C++ type of a range-image data-type code and returns
-// true; a code outside 0..6 calls nothing and returns false.
+// true; a code outside 0..6 calls nothing and returns false. Every per-pixel-type routine goes
+// through here.
 template <typename Visitor>
 bool VisitPixelType(int dataType, Visitor&& visit) {
   switch (dataType) {
@@ -123,23 +161,6 @@ bool VisitPixelType(int dataType, Visitor&& visit) {
     default:
       return false;
   }
-}
-
-// The pixel count width x height of an image as its size fields state it, or -1 when that does
-// not fit an int or the pixel matrix does not hold that many contiguous pixels of the stated type.
-// The matrix type must be the data type itself: samples of the same size but another kind (ints
-// behind a float image) would be read as numbers they are not.
-inline int CheckedPixelCount(const KivRangeImage& image) {
-  const int64_t count = static_cast<int64_t>(image.Width()) * image.Height();
-  if (image.Width() < 0 || image.Height() < 0 || count > INT_MAX) return -1;
-  const cv::Mat& pixels = image.Mat();
-  if (count > 0 &&
-      (pixels.data == nullptr || !pixels.isContinuous() || !IsKnownSampleType(image.DataType()) ||
-       pixels.type() != CV_MAKETYPE(static_cast<int>(image.DataType()), 1) ||
-       static_cast<int64_t>(pixels.total()) < count)) {
-    return -1;
-  }
-  return static_cast<int>(count);
 }
 
 }  // namespace KIVMV
