@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include "KivLUTSettingExport.h"
 #include "KivLUTStatus.h"
 #include "KivPlatform.h"
 #include "LinearColorMapLUT_Para.h"
@@ -15,7 +16,7 @@ namespace KIVMV {
 
 class KivLUTSettingImpl;
 
-class KivLUTSetting {
+class KIVLUT_API KivLUTSetting {
  public:
   KivLUTSetting();
   ~KivLUTSetting();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "KivImage.h"
+#include "KivLUTSettingExport.h"
 #include "KivLUTStatus.h"
 
 namespace KIVMV {
@@ -12,7 +13,7 @@ struct KivLUTSettingDlgState;
 
 // Every method runs on the thread of the process's QApplication (the GUI thread) and returns a
 // status code; none throws.
-class KivLUTSettingDlg {
+class KIVLUT_API KivLUTSettingDlg {
  public:
   // Makes sure a QApplication exists: when the process has no application object, one is
   // created (argument count 0) and lives until the process ends.

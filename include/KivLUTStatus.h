@@ -3,6 +3,8 @@
 // the stage of a routine in which an exception was caught.
 #pragma once
 
+#include "KivLUTSettingExport.h"
+
 namespace KIVMV {
 
 inline constexpr long LUT_OK = 0;
@@ -42,6 +44,6 @@ inline constexpr long LUT_ERR_PARA_INDEX_4 = 20218119;
 inline constexpr long LUT_ERR_PARA_COUNT = 20218120;
 
 // The constant's name for a status code ("LUT_ERR_PARAM_1"), or "LUT_UNKNOWN_STATUS".
-const char* KivLUTStatusName(long status);
+KIVLUT_API const char* KivLUTStatusName(long status);
 
 }  // namespace KIVMV

@@ -15,7 +15,7 @@ long KivLUTSetting::ColorMapLUT(Kiv3DIntArray& values, int mapType, int low, int
   if (!IsMapType(mapType)) return LUT_ERR_PARAM_2;
   if (values.Length() <= 0 || !HoldsIntElements(values)) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.ColorMapLUT(values, mapType, low, high, out));
 }
 
@@ -26,7 +26,7 @@ long KivLUTSetting::ColorBlend(KivColorArray& a, KivColorArray& b, double alpha,
   if (a.Length() != b.Length()) return LUT_ERR_SIZE_MISMATCH;
   if (alpha < 0.0 || alpha > 1.0) return LUT_ERR_PARAM_1;
   if (out == nullptr) return LUT_ERR_BLEND_OUTPUT_FAILED;
-  KivLUTSettingImpl spare;
+  KivLUTSettingImpl spare;  // used only if the object's own could not be allocated
   return frame.End(OwnImpl(spare).ColorBlend(a, b, alpha, out));
 }
 

@@ -72,7 +72,8 @@ class CallFrame {
 
  private:
   void Write(const char* message, int line) noexcept {
-    // A logging failure must not change the outcome of a colouring call.
+    // A logging failure must not change the outcome of a colouring call, so it has no stage code of
+    // its own and is swallowed here.
     try {
       logger_.Log(message, kLogClassName, entry_.methodName, line);
     } catch (...) {

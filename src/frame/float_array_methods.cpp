@@ -31,7 +31,7 @@ long KivLUTSetting::SetColorLUT(Kiv3DFloatArray& values, float minValue, float m
   }
   // The routine's status is not passed on, so a missing output must be refused here.
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   const int64_t before = cv::getTickCount();
   fresh.SetColorLUT(values, minValue, maxValue, mapType, out);
   const int64_t after = cv::getTickCount();
@@ -48,7 +48,7 @@ long KivLUTSetting::LinearSetColorLUT(Kiv3DFloatArray& values, float minValue, f
     return check;
   }
   if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.LinearSetColorLUT(values, minValue, maxValue, mapType, out));
 }
 

@@ -10,20 +10,16 @@ namespace KIVMV {
 
 long KivLUTSetting::SetColorLUT(KivImage& src, KivImage* dst, int mapType) {
   CallFrame frame(frame_entries::kSetColorLUTImage);
-  if (src.Width() <= 0 || src.Height() < 1) return LUT_ERR_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
-  if (dst == nullptr) return LUT_ERR_PARAM_2;
-  KivLUTSettingImpl fresh;
+  if (const long check = CheckGreyImageCall(src, dst, mapType); check != LUT_OK) return check;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.SetColorLUT(src, dst, mapType));
 }
 
 long KivLUTSetting::SetColorLUT(KivImage& src, KivImage* dst, int mapType, int low, int high,
                                 int indexLow, int indexHigh, KivColor below, KivColor above) {
   CallFrame frame(frame_entries::kSetColorLUTImageBoundsColours);
-  if (src.Width() <= 0 || src.Height() <= 0) return LUT_ERR_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
-  if (dst == nullptr) return LUT_ERR_PARAM_2;
-  KivLUTSettingImpl fresh;
+  if (const long check = CheckGreyImageCall(src, dst, mapType); check != LUT_OK) return check;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   // The routine takes the map type last.
   return frame.End(
       fresh.SetColorLUT(src, dst, low, high, indexLow, indexHigh, below, above, mapType));

@@ -10,11 +10,8 @@ namespace KIVMV {
 
 long KivLUTSetting::LinearSetColorLUT(KivImage& src, KivImage* dst, int mapType) {
   CallFrame frame(frame_entries::kLinearSetColorLUTImage);
-  if (src.Width() <= 0 || src.Height() < 1) return LUT_ERR_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
-  // Refused here, before the routine's own format checks of the source.
-  if (dst == nullptr) return LUT_ERR_PARAM_2;
-  KivLUTSettingImpl fresh;
+  if (const long check = CheckGreyImageCall(src, dst, mapType); check != LUT_OK) return check;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.LinearSetColorLUT(src, dst, mapType));
 }
 

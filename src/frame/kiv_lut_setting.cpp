@@ -7,7 +7,8 @@
 
 namespace KIVMV {
 KivLUTSetting::KivLUTSetting() {
-  // The implementation is stateless; if it cannot be allocated the methods use a fresh one.
+  // The implementation is stateless; if it cannot be allocated the methods use a fresh one. A
+  // constructor has no status to return, so this one failure is caught by hand, not as a stage.
   try {
     impl_ = std::make_shared<KivLUTSettingImpl>();
   } catch (const std::bad_alloc&) {
@@ -26,7 +27,7 @@ long KivLUTSetting::GetColor(double value, int mapType, KivColor* out) {
   if (check != LUT_OK) {
     return check;
   }
-  KivLUTSettingImpl spare;
+  KivLUTSettingImpl spare;  // used only if the object's own could not be allocated
   return frame.End(OwnImpl(spare).GetColor(value, mapType, out));
 }
 

@@ -1,5 +1,8 @@
 // The implementation behind KivLUTSetting. It holds nothing that influences a result, so a method
-// may run its routine on the object's own instance or on a fresh one with the same outcome.
+// may run its routine on the object's own instance or on a fresh one with the same outcome. Which
+// one each method uses is part of the library's contract and kept: 16 methods build a call-local
+// object, and five (GetColor, ColorBlend, the bounded equalised ColorMapLUT and the two
+// normal-map methods) use the object's own through KivLUTSetting::OwnImpl.
 #pragma once
 
 #include "KivPlatform.h"
@@ -60,8 +63,9 @@ class KivLUTSettingImpl {
                          float coefA, float coefB, float coefC, float coefD, KivColorArray* out);
 
  private:
-  // Scratch for the grey-image routines: the source image's matrix while a call runs. Nothing
-  // reads it back; it carries no state from one call to the next.
+  // Scratch that the grey-image equalised and banded routines record the source image's matrix in
+  // while a call runs, as they always have. Nothing reads it back, so it carries no state from one
+  // call to the next.
   const void* sourceMatrix_ = nullptr;
 };
 

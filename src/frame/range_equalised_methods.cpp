@@ -9,31 +9,28 @@ namespace KIVMV {
 
 long KivLUTSetting::ColorMapLUT(KivRangeImage& image, int mapType, KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUT);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
-  KivLUTSettingImpl fresh;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.ColorMapLUT(image, mapType, out));
 }
 
 long KivLUTSetting::ColorMapLUT(KivRangeImage& image, int mapType, double low, double high,
                                 KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUTBounds);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
   // Refused only when low > high holds: a NaN bound goes on to the mapping.
   if (low > high) return LUT_ERR_PARAM_2;
-  KivLUTSettingImpl spare;
+  KivLUTSettingImpl spare;  // used only if the object's own could not be allocated
   return frame.End(OwnImpl(spare).ColorMapLUT(image, mapType, low, high, out));
 }
 
 long KivLUTSetting::ColorMapLUT(KivRangeImage& image, int mapType, double low, double high, int lo,
                                 int hi, KivColor below, KivColor above, KivColorArray* out) {
   CallFrame frame(frame_entries::kColorMapLUTBoundsColours);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
   // Goes on only when high >= low holds: a NaN bound is refused here.
   if (!(high >= low)) return LUT_ERR_PARAM_2;
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.ColorMapLUT(image, mapType, low, high, lo, hi, below, above, out));
 }
 

@@ -10,20 +10,18 @@ namespace KIVMV {
 
 long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, KivColorArray* out) {
   CallFrame frame(frame_entries::kLinearColorMapLUT);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
-  KivLUTSettingImpl fresh;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.LinearColorMapLUT(image, mapType, out));
 }
 
 long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, double low, double high,
                                       KivColorArray* out) {
   CallFrame frame(frame_entries::kLinearColorMapLUTBounds);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
   // Goes on only when high >= low holds: a NaN bound is refused.
   if (!(high >= low)) return LUT_ERR_PARAM_2;
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.LinearColorMapLUT(image, mapType, low, high, out));
 }
 
@@ -31,11 +29,10 @@ long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, double 
                                       int indexLow, int indexHigh, KivColor underColor,
                                       KivColor overColor, KivColorArray* out) {
   CallFrame frame(frame_entries::kLinearColorMapLUTBoundsColours);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
   if (!(high >= low)) return LUT_ERR_PARAM_2;
   // The index range is the routine's own check, made before it touches the output.
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.LinearColorMapLUT(image, mapType, low, high, indexLow, indexHigh,
                                            underColor, overColor, out));
 }
@@ -43,11 +40,10 @@ long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, int mapType, double 
 long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, KivColorArray* out, int mapType,
                                       double upperFraction, double lowerFraction) {
   CallFrame frame(frame_entries::kLinearColorMapLUTFractions);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType); check != LUT_OK) return check;
   if (!IsFraction(upperFraction)) return LUT_ERR_PARAM_2;
   if (!IsFraction(lowerFraction)) return LUT_ERR_PARAM_3;
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return frame.End(fresh.LinearColorMapLUT(image, out, mapType, upperFraction, lowerFraction));
 }
 

@@ -21,15 +21,16 @@ long KivLUTSetting::LinearColorMapLUT(KivRangeImage& image, KivColorArray* out,
                                       LinearColorMapLUT_Para& para, KivColor& underColor,
                                       KivColor& overColor, int mapType, bool automatic) {
   CallFrame frame(frame_entries::kLinearColorMapLUTPara);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsParaMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType, IsParaMapType);
+      check != LUT_OK) {
+    return check;
+  }
   if (const long check = CheckRecordUnlessAutomatic(para, automatic); check != LUT_OK) {
     return check;
   }
-  const KivColor under = underColor;
-  const KivColor over = overColor;
-  KivLUTSettingImpl fresh;
-  return frame.End(fresh.LinearColorMapLUT(image, out, para, under, over, mapType, automatic));
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
+  return frame.End(
+      fresh.LinearColorMapLUT(image, out, para, underColor, overColor, mapType, automatic));
 }
 
 long KivLUTSetting::LinearColorMapLUT(Kiv3DFloatArray& values, KivColorArray* out,
@@ -41,10 +42,9 @@ long KivLUTSetting::LinearColorMapLUT(Kiv3DFloatArray& values, KivColorArray* ou
   if (const long check = CheckRecordUnlessAutomatic(para, automatic); check != LUT_OK) {
     return check;
   }
-  const KivColor under = underColor;
-  const KivColor over = overColor;
-  KivLUTSettingImpl fresh;
-  return frame.End(fresh.LinearColorMapLUT(values, out, para, under, over, mapType, automatic));
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
+  return frame.End(
+      fresh.LinearColorMapLUT(values, out, para, underColor, overColor, mapType, automatic));
 }
 
 long KivLUTSetting::ColorMapLUT(KivRangeImage& image, KivColorArray* out,
@@ -53,17 +53,17 @@ long KivLUTSetting::ColorMapLUT(KivRangeImage& image, KivColorArray* out,
                                 int sizeB, KivVarArray* vectorA, KivVarArray* vectorB) {
   // Logs under the name of the parameterised linear mapping it extends.
   CallFrame frame(frame_entries::kColorMapLUTPara);
-  if (const long check = CheckRangeImage(image); check != LUT_OK) return check;
-  if (!IsParaMapType(mapType)) return LUT_ERR_PARAM_1;
+  if (const long check = CheckRangeImageAndMapType(image, mapType, IsParaMapType);
+      check != LUT_OK) {
+    return check;
+  }
   if (const long check = CheckLegendSizes(sizeA, sizeB); check != LUT_OK) return check;
   if (const long check = CheckRecordUnlessAutomatic(para, automatic); check != LUT_OK) {
     return check;
   }
-  const KivColor under = underColor;
-  const KivColor over = overColor;
-  KivLUTSettingImpl fresh;
-  return frame.End(fresh.ColorMapLUT(image, out, para, under, over, mapType, automatic, sizeA,
-                                     sizeB, vectorA, vectorB));
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
+  return frame.End(fresh.ColorMapLUT(image, out, para, underColor, overColor, mapType, automatic,
+                                     sizeA, sizeB, vectorA, vectorB));
 }
 
 long KivLUTSettingImpl::LinearColorMapLUT(KivRangeImage& image, KivColorArray* out,

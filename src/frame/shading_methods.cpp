@@ -45,14 +45,14 @@ long CheckLightingArguments(const KivRangeImage& img, const KivVector3d& light,
 long KivLUTSetting::SetColorNormalMap(KivVector3dArray& normals, KivColorArray* out) {
   CallFrame frame(frame_entries::kSetColorNormalMap);
   if (normals.Length() <= 0) return LUT_ERR_PARAM_1;
-  KivLUTSettingImpl spare;
+  KivLUTSettingImpl spare;  // used only if the object's own could not be allocated
   return EndOnSuccess(frame, OwnImpl(spare).SetColorNormalMap(normals, out));
 }
 
 long KivLUTSetting::SetColorNormalMapPhong(KivRangeImage& img, KivColorArray* out) {
   CallFrame frame(frame_entries::kSetColorNormalMapPhong);
   if (WrappedPixelProduct(img.Height(), img.Width()) == 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  KivLUTSettingImpl spare;
+  KivLUTSettingImpl spare;  // used only if the object's own could not be allocated
   return EndOnSuccess(frame, OwnImpl(spare).SetColorNormalMapPhong(img, out));
 }
 
@@ -65,7 +65,7 @@ long KivLUTSetting::SetColorNormalMap(KivRangeImage& img, KivVector3d& vectorA,
       check != LUT_OK) {
     return check;
   }
-  KivLUTSettingImpl fresh;
+  KivLUTSettingImpl fresh;  // a call-local implementation object (kiv_lut_setting_impl.h)
   return EndOnSuccess(
       frame, fresh.SetColorNormalMap(img, vectorA, vectorB, mode, coefA, coefB, coefC, coefD, out));
 }

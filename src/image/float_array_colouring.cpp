@@ -27,19 +27,30 @@ long CheckFloatArrayArguments(const Kiv3DFloatArray& values, float minValue, flo
   return LUT_OK;
 }
 
-long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
-                             int mapType, KivColorArray* out) {
+namespace {
+
+// The checks both routines start with, then the output sized in a stage of its own;
+// `outputFailure` is the code of a missing or unsizable output, which differs between them.
+long PrepareFloatArrayCall(const Kiv3DFloatArray& values, float minValue, float maxValue,
+                           int mapType, KivColorArray* out, long outputFailure, uint8_t*& colours) {
   if (const long check = CheckFloatArrayArguments(values, minValue, maxValue, mapType);
       check != LUT_OK) {
     return check;
   }
-  if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
-  const int n = values.Length();
+  if (out == nullptr) return outputFailure;
+  return SizeColourOutput(*out, values.Length(), outputFailure, colours);
+}
 
+}  // namespace
+
+long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
+                             int mapType, KivColorArray* out) {
+  const int n = values.Length();
   uint8_t* colours = nullptr;
-  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
-      sized != LUT_OK) {
-    return sized;
+  if (const long ready = PrepareFloatArrayCall(values, minValue, maxValue, mapType, out,
+                                               LUT_ERR_OUTPUT_FAILED, colours);
+      ready != LUT_OK) {
+    return ready;
   }
 
   const float* data = values.Data();
@@ -70,17 +81,12 @@ long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, floa
 
 long LinearSetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
                                    int mapType, KivColorArray* out) {
-  if (const long check = CheckFloatArrayArguments(values, minValue, maxValue, mapType);
-      check != LUT_OK) {
-    return check;
-  }
-  if (out == nullptr) return LUT_ERR_ARRAY_OUTPUT_FAILED;
   const int n = values.Length();
-
   uint8_t* colours = nullptr;
-  if (const long sized = SizeColourOutput(*out, n, LUT_ERR_ARRAY_OUTPUT_FAILED, colours);
-      sized != LUT_OK) {
-    return sized;
+  if (const long ready = PrepareFloatArrayCall(values, minValue, maxValue, mapType, out,
+                                               LUT_ERR_ARRAY_OUTPUT_FAILED, colours);
+      ready != LUT_OK) {
+    return ready;
   }
 
   // The bounds are used as given, not narrowed to the data; invalid elements are black.

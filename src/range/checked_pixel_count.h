@@ -6,6 +6,7 @@
 #include <opencv2/core.hpp>
 
 #include "KivDataType.h"
+#include "KivLUTStatus.h"
 #include "KivRangeImage.h"
 
 namespace KIVMV {
@@ -25,6 +26,16 @@ inline int CheckedPixelCount(const KivRangeImage& image) {
     return -1;
   }
   return static_cast<int>(count);
+}
+
+// The checks every range routine makes first: pixels to colour (LUT_ERR_RANGE_IMAGE_EMPTY), then a
+// map type that `isMapType` accepts (LUT_ERR_PARAM_1). `n` receives the pixel count.
+template <typename MapRule>
+long CheckPixelsAndMapType(const KivRangeImage& image, int mapType, MapRule isMapType, int& n) {
+  n = CheckedPixelCount(image);
+  if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
+  if (!isMapType(mapType)) return LUT_ERR_PARAM_1;
+  return LUT_OK;
 }
 
 }  // namespace KIVMV

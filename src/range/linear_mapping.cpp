@@ -156,6 +156,13 @@ FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, dou
 
 namespace {
 
+// The colouring stage of the routines below: `kernel` typed by the image's pixel type. A data type
+// outside the seven colours nothing and succeeds.
+template <typename Kernel>
+long ColourEachPixelType(const KivRangeImage& image, Kernel&& kernel) {
+  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] { VisitPixelType(image.DataType(), kernel); });
+}
+
 // Sizes a non-null output inside its own stage; `colours` receives the first byte.
 long SizeOutputStage(KivColorArray* out, int n, uint8_t*& colours) {
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
@@ -210,9 +217,10 @@ void ClipToUnitRange(float* data, int n, const FractionCut& cut) {
 long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double low, double high,
                                 int indexLow, int indexHigh, const KivColor& underColor,
                                 const KivColor& overColor, KivColorArray* out) {
-  const int n = CheckedPixelCount(image);
-  if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  int n = 0;
+  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
+    return check;
+  }
   if (!(low <= high)) return LUT_ERR_PARAM_2;
   if (!IsOrderedIndexRange(indexLow, indexHigh)) return LUT_ERR_PARAM_3;
   if (!IsBelowTableSize(indexHigh, kColourTableSize)) return LUT_ERR_PARAM_2;
@@ -221,86 +229,80 @@ long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double 
   const long sized = SizeOutputStage(out, n, colours);
   if (sized != LUT_OK) return sized;
 
-  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
-    VisitPixelType(image.DataType(), [&](auto tag) {
-      using T = typename decltype(tag)::type;
-      RawBounds bounds{low, high};
-      if constexpr (std::is_integral_v<T>) {
-        bounds = TruncatedRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
-      }
-      const SerialLinearMapping mapping{bounds.low,
-                                        bounds.high,
-                                        indexLow,
-                                        indexHigh,
-                                        StoredColour(underColor),
-                                        StoredColour(overColor),
-                                        &SelectColourTable(mapType),
-                                        InvalidColour(mapType)};
-      ColourLinearSerial(image.Ptr<T>(), n, mapping, colours);
-    });
-    return LUT_OK;
+  return ColourEachPixelType(image, [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    RawBounds bounds{low, high};
+    if constexpr (std::is_integral_v<T>) {
+      bounds = TruncatedRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
+    }
+    const SerialLinearMapping mapping{bounds.low,
+                                      bounds.high,
+                                      indexLow,
+                                      indexHigh,
+                                      StoredColour(underColor),
+                                      StoredColour(overColor),
+                                      &SelectColourTable(mapType),
+                                      InvalidColour(mapType)};
+    ColourLinearSerial(image.Ptr<T>(), n, mapping, colours);
   });
 }
 
 long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double low, double high,
                                KivColorArray* out) {
-  const int n = CheckedPixelCount(image);
-  if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  int n = 0;
+  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
+    return check;
+  }
   if (!(low <= high)) return LUT_ERR_PARAM_2;
 
   uint8_t* colours = nullptr;
   const long sized = SizeOutputStage(out, n, colours);
   if (sized != LUT_OK) return sized;
 
-  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
-    VisitPixelType(image.DataType(), [&](auto tag) {
-      using T = typename decltype(tag)::type;
-      RawBounds bounds{low, high};
-      if constexpr (std::is_integral_v<T>) {
-        bounds = FloatScaledRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
-      }
-      ColourLinearParallel(image.Ptr<T>(), n, static_cast<float>(bounds.low),
-                           static_cast<float>(bounds.high), mapType, colours);
-    });
-    return LUT_OK;
+  return ColourEachPixelType(image, [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    RawBounds bounds{low, high};
+    if constexpr (std::is_integral_v<T>) {
+      bounds = FloatScaledRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
+    }
+    ColourLinearParallel(image.Ptr<T>(), n, static_cast<float>(bounds.low),
+                         static_cast<float>(bounds.high), mapType, colours);
   });
 }
 
 long LinearColourMapMinMax(const KivRangeImage& image, int mapType, KivColorArray* out) {
-  const int n = CheckedPixelCount(image);
-  if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  int n = 0;
+  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
+    return check;
+  }
 
   uint8_t* colours = nullptr;
   const long sized = SizeOutputStage(out, n, colours);
   if (sized != LUT_OK) return sized;
 
-  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
-    VisitPixelType(image.DataType(), [&](auto tag) {
-      using T = typename decltype(tag)::type;
-      const T* data = image.Ptr<T>();
-      ThrowIfInjected(FaultStage::kStatistics);
-      // With no valid pixel the extremes stay crossed; every pixel then takes the invalid colour.
-      const ValueStatistics<T> extremes = [&] {
-        if constexpr (kHasValueColours<T>) {
-          return FindMinMaxOfRawValues(data, n);
-        } else {
-          return FindMinMax(data, n);
-        }
-      }();
-      ColourLinearParallel(data, n, static_cast<float>(extremes.minimum),
-                           static_cast<float>(extremes.maximum), mapType, colours);
-    });
-    return LUT_OK;
+  return ColourEachPixelType(image, [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    const T* data = image.Ptr<T>();
+    ThrowIfInjected(FaultStage::kStatistics);
+    // With no valid pixel the extremes stay crossed; every pixel then takes the invalid colour.
+    const ValueStatistics<T> extremes = [&] {
+      if constexpr (kHasValueColours<T>) {
+        return FindMinMaxOfRawValues(data, n);
+      } else {
+        return FindMinMax(data, n);
+      }
+    }();
+    ColourLinearParallel(data, n, static_cast<float>(extremes.minimum),
+                         static_cast<float>(extremes.maximum), mapType, colours);
   });
 }
 
 long LinearColourMapFractions(const KivRangeImage& image, KivColorArray* out, int mapType,
                               double upperFraction, double lowerFraction) {
-  const int n = CheckedPixelCount(image);
-  if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!IsMapType(mapType)) return LUT_ERR_PARAM_1;
+  int n = 0;
+  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
+    return check;
+  }
   if (!IsFraction(upperFraction)) return LUT_ERR_PARAM_2;
   if (!IsFraction(lowerFraction)) return LUT_ERR_PARAM_3;
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;

@@ -77,22 +77,17 @@ ColourTable QuarterOfParaGrey(int segment) {
 
 namespace {
 
-// The checks the routines repeat before they touch anything: n pixels, a map type 1..10.
-long CheckImageAndMapType(const KivRangeImage& image, int mapType, int& n) {
-  n = CheckedPixelCount(image);
-  if (n <= 0) return LUT_ERR_RANGE_IMAGE_EMPTY;
-  if (!IsParaMapType(mapType)) return LUT_ERR_PARAM_1;
-  return LUT_OK;
-}
-
-// The first stage of the range-image forms: the deep copy the work is done on, and the output.
-long CopyAndSizeOutput(const KivRangeImage& image, int n, KivColorArray* out, KivRangeImage& copy,
-                       uint8_t*& colours) {
+// What the range-image forms do before they colour: the checks they repeat (n pixels, a map type
+// 1..10), then in one stage the deep copy the work is done on and the output.
+long CheckCopyAndSizeOutput(const KivRangeImage& image, int mapType, KivColorArray* out, int& n,
+                            KivRangeImage& copy, uint8_t*& colours) {
+  if (const long check = CheckPixelsAndMapType(image, mapType, IsParaMapType, n); check != LUT_OK) {
+    return check;
+  }
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
   return RunStage(LUT_ERR_OUTPUT_FAILED, [&] {
     copy = image.DeepCopy();
     colours = PrepareColourOutput(*out, n);
-    return LUT_OK;
   });
 }
 
@@ -165,12 +160,11 @@ long LinearColourMapFivePoint(const KivRangeImage& image, KivColorArray* out,
                               LinearColorMapLUT_Para& para, const KivColor& underColor,
                               const KivColor& overColor, int mapType, bool automatic) {
   int n = 0;
-  if (const long check = CheckImageAndMapType(image, mapType, n); check != LUT_OK) return check;
-
   KivRangeImage copy;
   uint8_t* colours = nullptr;
-  if (const long sized = CopyAndSizeOutput(image, n, out, copy, colours); sized != LUT_OK) {
-    return sized;
+  if (const long ready = CheckCopyAndSizeOutput(image, mapType, out, n, copy, colours);
+      ready != LUT_OK) {
+    return ready;
   }
 
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
@@ -288,12 +282,11 @@ long ColourMapSegmented(const KivRangeImage& image, KivColorArray* out,
                         const KivColor& overColor, int mapType, bool automatic, int sizeA,
                         int sizeB, KivVarArray* vectorA, KivVarArray* vectorB) {
   int n = 0;
-  if (const long check = CheckImageAndMapType(image, mapType, n); check != LUT_OK) return check;
-
   KivRangeImage copy;
   uint8_t* colours = nullptr;
-  if (const long sized = CopyAndSizeOutput(image, n, out, copy, colours); sized != LUT_OK) {
-    return sized;
+  if (const long ready = CheckCopyAndSizeOutput(image, mapType, out, n, copy, colours);
+      ready != LUT_OK) {
+    return ready;
   }
 
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {

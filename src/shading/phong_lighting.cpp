@@ -54,7 +54,9 @@ void ConvertPoints(const cv::Mat& pixels, const GridScale& scale, KivVector3d* p
   }
 }
 
-// The worker count, from the configuration service on every call; only the chunk count is used.
+// The worker count. The lighting asks the configuration service for all four settings on every
+// call, as it always has, though only the chunk count is used; the other three are read and
+// dropped.
 int FreshWorkerCount() {
   bool gpu = false;
   int efficiency = 0, chunks = 0, winVersion = 0;
