@@ -7,6 +7,7 @@
 
 #include "KivColor.h"
 #include "KivColorArray.h"
+#include "KivRangeImage.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
 #include "common/stage_status.h"
@@ -34,6 +35,17 @@ inline uint8_t* PrepareColourOutput(KivColorArray& out, int n) {
 // sizing the array throws.
 inline long SizeColourOutput(KivColorArray& out, int n, long failureCode, uint8_t*& colours) {
   return RunStage(failureCode, [&] { colours = PrepareColourOutput(out, n); });
+}
+
+// A deep copy of `image` to work on, and the output sized for n colours, in one stage that fails
+// with LUT_ERR_OUTPUT_FAILED: the routines that rewrite pixel values work on a copy, so that the
+// caller's image is never modified, and take it before they touch the output.
+inline long CopyAndSizeOutput(const KivRangeImage& image, int n, KivColorArray& out,
+                              KivRangeImage& copy, uint8_t*& colours) {
+  return RunStage(LUT_ERR_OUTPUT_FAILED, [&] {
+    copy = image.DeepCopy();
+    colours = PrepareColourOutput(out, n);
+  });
 }
 
 // A caller's KivColor as stored in a colour array: component 2 first, component 0 last, each

@@ -29,71 +29,67 @@ long CheckFloatArrayArguments(const Kiv3DFloatArray& values, float minValue, flo
 
 namespace {
 
-// The checks both routines start with, then the output sized in a stage of its own;
-// `outputFailure` is the code of a missing or unsizable output, which differs between them.
-long PrepareFloatArrayCall(const Kiv3DFloatArray& values, float minValue, float maxValue,
-                           int mapType, KivColorArray* out, long outputFailure, uint8_t*& colours) {
+// The checks both routines start with and the output sized in a stage of its own, then
+// colour(data, n, colours) for the rest. `outputFailure` is the code of a missing or unsizable
+// output, which differs between them.
+template <typename Colour>
+long ColourFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue, int mapType,
+                      KivColorArray* out, long outputFailure, Colour&& colour) {
   if (const long check = CheckFloatArrayArguments(values, minValue, maxValue, mapType);
       check != LUT_OK) {
     return check;
   }
   if (out == nullptr) return outputFailure;
-  return SizeColourOutput(*out, values.Length(), outputFailure, colours);
+  uint8_t* colours = nullptr;
+  const long sized = SizeColourOutput(*out, values.Length(), outputFailure, colours);
+  if (sized != LUT_OK) return sized;
+  return colour(values.Data(), values.Length(), colours);
 }
 
 }  // namespace
 
 long SetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
                              int mapType, KivColorArray* out) {
-  const int n = values.Length();
-  uint8_t* colours = nullptr;
-  if (const long ready = PrepareFloatArrayCall(values, minValue, maxValue, mapType, out,
-                                               LUT_ERR_OUTPUT_FAILED, colours);
-      ready != LUT_OK) {
-    return ready;
-  }
+  return ColourFloatArray(
+      values, minValue, maxValue, mapType, out, LUT_ERR_OUTPUT_FAILED,
+      [&](const float* data, int n, uint8_t* colours) {
+        PixelSummary<float> summary;
+        if (const long measured = RunStage(FaultStage::kStatistics, LUT_ERR_STATISTICS_FAILED,
+                                           [&] { summary = SummarisePixels(data, n); });
+            measured != LUT_OK) {
+          return measured;
+        }
 
-  const float* data = values.Data();
-  PixelSummary<float> summary;
-  if (const long measured = RunStage(FaultStage::kStatistics, LUT_ERR_STATISTICS_FAILED,
-                                     [&] { summary = SummarisePixels(data, n); });
-      measured != LUT_OK) {
-    return measured;
-  }
-
-  // The caller's bounds narrowed to the data, in single precision. With no valid element the data
-  // range is crossed (FLT_MAX above -FLT_MAX) and so are these bounds.
-  const float low = std::max(minValue, summary.stats.minimum);
-  const float high = std::min(maxValue, summary.stats.maximum);
-  return RunStage(FaultStage::kColouring, LUT_ERR_APPLY_FAILED, [&] {
-    // Invalid elements take entry 0 of the table itself, and all 256 slots are shared out.
-    const EqualisedColouring how{&SelectColourTable(mapType),
-                                 low,
-                                 high,
-                                 summary.stats.validCount,
-                                 /*reserveIndex0=*/false,
-                                 kArrayInvalidMapType,
-                                 /*widthFromDifference=*/false,
-                                 /*range=*/nullptr};
-    ColourByEqualisation(data, n, summary, how, colours);
-  });
+        // The caller's bounds narrowed to the data, in single precision. With no valid element the
+        // data range is crossed (FLT_MAX above -FLT_MAX) and so are these bounds.
+        const float low = std::max(minValue, summary.stats.minimum);
+        const float high = std::min(maxValue, summary.stats.maximum);
+        return RunStage(FaultStage::kColouring, LUT_ERR_APPLY_FAILED, [&] {
+          // Invalid elements take entry 0 of the table itself, and all 256 slots are shared out.
+          const EqualisedColouring how{&SelectColourTable(mapType),
+                                       low,
+                                       high,
+                                       summary.stats.validCount,
+                                       /*reserveIndex0=*/false,
+                                       kArrayInvalidMapType,
+                                       /*widthFromDifference=*/false,
+                                       /*range=*/nullptr};
+          ColourByEqualisation(data, n, summary, how, colours);
+        });
+      });
 }
 
 long LinearSetColorLUTOnFloatArray(const Kiv3DFloatArray& values, float minValue, float maxValue,
                                    int mapType, KivColorArray* out) {
-  const int n = values.Length();
-  uint8_t* colours = nullptr;
-  if (const long ready = PrepareFloatArrayCall(values, minValue, maxValue, mapType, out,
-                                               LUT_ERR_ARRAY_OUTPUT_FAILED, colours);
-      ready != LUT_OK) {
-    return ready;
-  }
-
   // The bounds are used as given, not narrowed to the data; invalid elements are black.
-  return RunStage(LUT_ERR_ARRAY_APPLY_FAILED, [&] {
-    ColourLinearParallel(values.Data(), n, minValue, maxValue, SelectColourTable(mapType),
-                         kArrayInvalidMapType, colours);
-  });
+  return ColourFloatArray(values, minValue, maxValue, mapType, out, LUT_ERR_ARRAY_OUTPUT_FAILED,
+                          [&](const float* data, int n, uint8_t* colours) {
+                            return RunStage(LUT_ERR_ARRAY_APPLY_FAILED, [&] {
+                              ColourLinearParallel(data, n, minValue, maxValue,
+                                                   SelectColourTable(mapType), kArrayInvalidMapType,
+                                                   colours);
+                            });
+                          });
 }
 
 }  // namespace KIVMV

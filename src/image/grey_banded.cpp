@@ -76,12 +76,8 @@ long ColourGreyImageBanded(const KivImage& src, KivImage* dst, int low, int high
   const BandedRequest request{
       low, high, indexLow, indexHigh, StoredColour(below), StoredColour(above), mapType};
   return ColourGreyImageByDepth(
-      src, dst, mapType,
-      [&](const cv::Mat& source, cv::Mat& result) {
-        return ColourBanded<uint16_t>(source, request, result);
-      },
-      [&](const cv::Mat& source, cv::Mat& result) {
-        return ColourBanded<uint8_t>(source, request, result);
+      src, dst, mapType, [&](auto tag, const cv::Mat& source, auto& result) {
+        return ColourBanded<typename decltype(tag)::type>(source, request, result);
       });
 }
 

@@ -98,12 +98,8 @@ long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) n
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
   return ColourGreyImageByDepth(
-      src, dst, mapType,
-      [&](const cv::Mat& source, cv::Mat& result) {
-        return Equalise<uint16_t>(source, mapType, result);
-      },
-      [&](const cv::Mat& source, cv::Mat& result) {
-        return Equalise<uint8_t>(source, mapType, result);
+      src, dst, mapType, [&](auto tag, const cv::Mat& source, auto& result) {
+        return Equalise<typename decltype(tag)::type>(source, mapType, result);
       });
 }
 

@@ -10,6 +10,7 @@
 
 #include "KivImage.h"
 #include "KivLUTStatus.h"
+#include "common/pixel_rules.h"
 #include "common/stage_status.h"
 #include "tables/colour_tables.h"
 
@@ -62,19 +63,19 @@ cv::Mat GreyCopy(const cv::Mat& pixels, int mapType);
 cv::Mat ColouredResult(const cv::Mat& colours, int mapType);
 
 // Colours a checked grey image by its depth and hands the result to `dst`: 16-bit images, and
-// 8-bit ones under maps with a table, through colourSixteen(source, result) or
-// colourEight(source, result), which return a status; 8-bit ones under the grey maps as a plain
-// copy. The destination receives the result only when everything succeeded.
-template <typename ColourSixteen, typename ColourEight>
+// 8-bit ones under maps with a table, through colour(PixelTypeTag<uint16_t or uint8_t>, source,
+// result), which returns a status; 8-bit ones under the grey maps as a plain copy. The destination
+// receives the result only when everything succeeded.
+template <typename Colour>
 long ColourGreyImageByDepth(const KivImage& src, KivImage* dst, int mapType,
-                            ColourSixteen&& colourSixteen, ColourEight&& colourEight) noexcept {
+                            Colour&& colour) noexcept {
   const cv::Mat& source = src.Mat();
   cv::Mat result;
   long status = LUT_OK;
   if (src.BitDepth() == KIV_IMAGE_16U) {
-    status = colourSixteen(source, result);
+    status = colour(PixelTypeTag<uint16_t>{}, source, result);
   } else if (HasOwnTable(mapType)) {
-    status = colourEight(source, result);
+    status = colour(PixelTypeTag<uint8_t>{}, source, result);
   } else {
     // 8-bit grey maps are final as plain copies: no table, no equalisation.
     status = RunStage(FaultStage::kOutputSizing, kGreyStageFailure,

@@ -42,8 +42,8 @@ long MapEqualised(const KivRangeImage& image, int n, const EqualisedRequest& req
   double high = request.high;
   PixelSummary<T> summary;
   const long measured = RunStage(FaultStage::kStatistics, LUT_ERR_STATISTICS_FAILED, [&] {
-    if (std::is_integral_v<T> && request.rule != BoundsRule::kDataRange) {
-      const RawBounds raw = TruncatedRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
+    if (request.rule != BoundsRule::kDataRange) {
+      const RawBounds raw = BoundsInUnitsOf<T>(TruncatedRawBounds, low, high, image);
       low = raw.low;
       high = raw.high;
     }

@@ -100,37 +100,6 @@ template ValueStatistics<int8_t> FindMinMaxOfRawValues(const int8_t*, int);
 template ValueStatistics<uint16_t> FindMinMaxOfRawValues(const uint16_t*, int);
 template ValueStatistics<int16_t> FindMinMaxOfRawValues(const int16_t*, int);
 
-template <typename T>
-void ColourLinearParallel(const T* data, int n, float lo, float hi, const ColourTable& table,
-                          int invalidMapType, uint8_t* out) {
-  std::vector<PaddedColour> valueColours;
-  if constexpr (kHasValueColours<T>) {
-    if (UseValueColours<T>(n)) {
-      valueColours = BuildValueColours<T>(lo, hi, table, InvalidColour(invalidMapType));
-    }
-  }
-  const std::vector<int> boundaries = ChunkBoundaries(n, ConfiguredWorkerCount());
-  const int chunkCount = static_cast<int>(boundaries.size()) - 1;
-  const LUT3DArrayParallelBody<T> body(data, table, out, n, lo, hi, boundaries, invalidMapType,
-                                       valueColours.empty() ? nullptr : valueColours.data());
-  tbb::parallel_for(tbb::blocked_range<int>(0, chunkCount, 1), body, tbb::auto_partitioner());
-}
-
-template void ColourLinearParallel(const uint8_t*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-template void ColourLinearParallel(const int8_t*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-template void ColourLinearParallel(const uint16_t*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-template void ColourLinearParallel(const int16_t*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-template void ColourLinearParallel(const int32_t*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-template void ColourLinearParallel(const float*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-template void ColourLinearParallel(const double*, int, float, float, const ColourTable&, int,
-                                   uint8_t*);
-
 FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, double lowerFraction) {
   FractionCut cut{0.0f, 0.0f};
   const int64_t count = static_cast<int64_t>(values.size());
@@ -163,8 +132,16 @@ long ColourEachPixelType(const KivRangeImage& image, Kernel&& kernel) {
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] { VisitPixelType(image.DataType(), kernel); });
 }
 
-// Sizes a non-null output inside its own stage; `colours` receives the first byte.
-long SizeOutputStage(KivColorArray* out, int n, uint8_t*& colours) {
+// The start of the routines with bounds or extremes: the pixel count and the map type, then the
+// routine's own checks, then a non-null output sized in a stage of its own. `n` receives the pixel
+// count and `colours` the output's first byte.
+template <typename OwnChecks>
+long CheckAndSizeOutput(const KivRangeImage& image, int mapType, KivColorArray* out, int& n,
+                        uint8_t*& colours, OwnChecks&& ownChecks) {
+  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
+    return check;
+  }
+  if (const long check = ownChecks(); check != LUT_OK) return check;
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
   return SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
 }
@@ -218,23 +195,18 @@ long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double 
                                 int indexLow, int indexHigh, const KivColor& underColor,
                                 const KivColor& overColor, KivColorArray* out) {
   int n = 0;
-  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
-    return check;
-  }
-  if (!(low <= high)) return LUT_ERR_PARAM_2;
-  if (!IsOrderedIndexRange(indexLow, indexHigh)) return LUT_ERR_PARAM_3;
-  if (!IsBelowTableSize(indexHigh, kColourTableSize)) return LUT_ERR_PARAM_2;
-
   uint8_t* colours = nullptr;
-  const long sized = SizeOutputStage(out, n, colours);
-  if (sized != LUT_OK) return sized;
+  const long ready = CheckAndSizeOutput(image, mapType, out, n, colours, [&] {
+    if (!(low <= high)) return LUT_ERR_PARAM_2;
+    if (!IsOrderedIndexRange(indexLow, indexHigh)) return LUT_ERR_PARAM_3;
+    if (!IsBelowTableSize(indexHigh, kColourTableSize)) return LUT_ERR_PARAM_2;
+    return LUT_OK;
+  });
+  if (ready != LUT_OK) return ready;
 
   return ColourEachPixelType(image, [&](auto tag) {
     using T = typename decltype(tag)::type;
-    RawBounds bounds{low, high};
-    if constexpr (std::is_integral_v<T>) {
-      bounds = TruncatedRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
-    }
+    const RawBounds bounds = BoundsInUnitsOf<T>(TruncatedRawBounds, low, high, image);
     const SerialLinearMapping mapping{bounds.low,
                                       bounds.high,
                                       indexLow,
@@ -250,21 +222,14 @@ long LinearColourMapWithColours(const KivRangeImage& image, int mapType, double 
 long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double low, double high,
                                KivColorArray* out) {
   int n = 0;
-  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
-    return check;
-  }
-  if (!(low <= high)) return LUT_ERR_PARAM_2;
-
   uint8_t* colours = nullptr;
-  const long sized = SizeOutputStage(out, n, colours);
-  if (sized != LUT_OK) return sized;
+  const long ready = CheckAndSizeOutput(image, mapType, out, n, colours,
+                                        [&] { return low <= high ? LUT_OK : LUT_ERR_PARAM_2; });
+  if (ready != LUT_OK) return ready;
 
   return ColourEachPixelType(image, [&](auto tag) {
     using T = typename decltype(tag)::type;
-    RawBounds bounds{low, high};
-    if constexpr (std::is_integral_v<T>) {
-      bounds = FloatScaledRawBounds(low, high, image.ResolutionZ(), image.OffsetZ());
-    }
+    const RawBounds bounds = BoundsInUnitsOf<T>(FloatScaledRawBounds, low, high, image);
     ColourLinearParallel(image.Ptr<T>(), n, static_cast<float>(bounds.low),
                          static_cast<float>(bounds.high), mapType, colours);
   });
@@ -272,13 +237,9 @@ long LinearColourMapWithBounds(const KivRangeImage& image, int mapType, double l
 
 long LinearColourMapMinMax(const KivRangeImage& image, int mapType, KivColorArray* out) {
   int n = 0;
-  if (const long check = CheckPixelsAndMapType(image, mapType, IsMapType, n); check != LUT_OK) {
-    return check;
-  }
-
   uint8_t* colours = nullptr;
-  const long sized = SizeOutputStage(out, n, colours);
-  if (sized != LUT_OK) return sized;
+  const long ready = CheckAndSizeOutput(image, mapType, out, n, colours, [] { return LUT_OK; });
+  if (ready != LUT_OK) return ready;
 
   return ColourEachPixelType(image, [&](auto tag) {
     using T = typename decltype(tag)::type;
@@ -307,16 +268,10 @@ long LinearColourMapFractions(const KivRangeImage& image, KivColorArray* out, in
   if (!IsFraction(lowerFraction)) return LUT_ERR_PARAM_3;
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
 
-  // The values are rewritten before they are coloured, so the work is done on a copy and the
-  // caller's image is never modified. The copy is taken before the output is touched, in the same
-  // stage.
+  // The values are rewritten before they are coloured.
   KivRangeImage copy;
   uint8_t* colours = nullptr;
-  const long sized = RunStage(LUT_ERR_OUTPUT_FAILED, [&] {
-    copy = image.DeepCopy();
-    colours = PrepareColourOutput(*out, n);
-    return LUT_OK;
-  });
+  const long sized = CopyAndSizeOutput(image, n, *out, copy, colours);
   if (sized != LUT_OK) return sized;
 
   // Only float pixel matrices are coloured here; anything else ends the call with all bits set.

@@ -8,6 +8,8 @@
 #pragma once
 
 #include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
 
 #include <array>
 #include <cstdint>
@@ -21,6 +23,7 @@
 #include "KivRangeImage.h"
 #include "common/colour_output.h"
 #include "common/fault_injection.h"
+#include "common/load_time_config.h"
 #include "common/numeric_helpers.h"
 #include "common/pixel_rules.h"
 #include "range/raw_units.h"
@@ -141,7 +144,19 @@ class LUT3DArrayParallelBody {
 // through `table`; invalid pixels take the invalid colour of invalidMapType.
 template <typename T>
 void ColourLinearParallel(const T* data, int n, float lo, float hi, const ColourTable& table,
-                          int invalidMapType, uint8_t* out);
+                          int invalidMapType, uint8_t* out) {
+  std::vector<PaddedColour> valueColours;
+  if constexpr (kHasValueColours<T>) {
+    if (UseValueColours<T>(n)) {
+      valueColours = BuildValueColours<T>(lo, hi, table, InvalidColour(invalidMapType));
+    }
+  }
+  const std::vector<int> boundaries = ChunkBoundaries(n, ConfiguredWorkerCount());
+  const int chunkCount = static_cast<int>(boundaries.size()) - 1;
+  const LUT3DArrayParallelBody<T> body(data, table, out, n, lo, hi, boundaries, invalidMapType,
+                                       valueColours.empty() ? nullptr : valueColours.data());
+  tbb::parallel_for(tbb::blocked_range<int>(0, chunkCount, 1), body, tbb::auto_partitioner());
+}
 
 // The same through the table of mapType, whose invalid colour invalid pixels take.
 template <typename T>

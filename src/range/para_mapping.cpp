@@ -77,18 +77,34 @@ ColourTable QuarterOfParaGrey(int segment) {
 
 namespace {
 
-// What the range-image forms do before they colour: the checks they repeat (n pixels, a map type
-// 1..10), then in one stage the deep copy the work is done on and the output.
-long CheckCopyAndSizeOutput(const KivRangeImage& image, int mapType, KivColorArray* out, int& n,
-                            KivRangeImage& copy, uint8_t*& colours) {
+// The scale of the chosen break values through `table`, with the caller's colours as stored and
+// the invalid colour of mapType.
+FivePointScale FivePointScaleOf(const BreakValues& breaks, const ParaColourTable& table,
+                                const KivColor& underColor, const KivColor& overColor,
+                                int mapType) {
+  return {breaks.value,
+          breaks.index,
+          &table,
+          StoredColour(underColor),
+          StoredColour(overColor),
+          InvalidColour(mapType)};
+}
+
+// The stages of the range-image forms: the checks they repeat (n pixels, a map type 1..10), then in
+// one stage the deep copy the work is done on and the output, then colour(copy, n, colours), whose
+// exceptions are the mapping stage's.
+template <typename Colour>
+long ColourRangeCopy(const KivRangeImage& image, int mapType, KivColorArray* out, Colour&& colour) {
+  int n = 0;
   if (const long check = CheckPixelsAndMapType(image, mapType, IsParaMapType, n); check != LUT_OK) {
     return check;
   }
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
-  return RunStage(LUT_ERR_OUTPUT_FAILED, [&] {
-    copy = image.DeepCopy();
-    colours = PrepareColourOutput(*out, n);
-  });
+  KivRangeImage copy;
+  uint8_t* colours = nullptr;
+  const long ready = CopyAndSizeOutput(image, n, *out, copy, colours);
+  if (ready != LUT_OK) return ready;
+  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] { return colour(copy, n, colours); });
 }
 
 // The copy's pixels as float heights in physical units (integer markers become the float marker),
@@ -159,27 +175,15 @@ bool HoldsFloats(const Kiv3DFloatArray& values, int n) {
 long LinearColourMapFivePoint(const KivRangeImage& image, KivColorArray* out,
                               LinearColorMapLUT_Para& para, const KivColor& underColor,
                               const KivColor& overColor, int mapType, bool automatic) {
-  int n = 0;
-  KivRangeImage copy;
-  uint8_t* colours = nullptr;
-  if (const long ready = CheckCopyAndSizeOutput(image, mapType, out, n, copy, colours);
-      ready != LUT_OK) {
-    return ready;
-  }
-
-  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
+  return ColourRangeCopy(image, mapType, out, [&](KivRangeImage& copy, int n, uint8_t* colours) {
     const NormalisedHeights heights = NormaliseHeights(copy, n, para, automatic);
     if (heights.values == nullptr) return LUT_ERR_PARA_MAPPING_FAILED;
     float* const values = heights.values;
     const BreakValues& breaks = heights.breaks;
     // The record is written only once the break values are known, before the colouring.
     if (automatic) WriteBack(breaks, heights.rescaling, para);
-    const FivePointScale scale{breaks.value,
-                               breaks.index,
-                               &SelectParaColourTable(mapType),
-                               StoredColour(underColor),
-                               StoredColour(overColor),
-                               InvalidColour(mapType)};
+    const FivePointScale scale =
+        FivePointScaleOf(breaks, SelectParaColourTable(mapType), underColor, overColor, mapType);
     ColourFivePoint(values, n, scale, colours);
     return LUT_OK;
   });
@@ -195,14 +199,8 @@ long LinearColourMapFivePointArray(Kiv3DFloatArray& values, KivColorArray* out,
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
 
   uint8_t* colours = nullptr;
-  if (const long sized = RunStage(LUT_ERR_OUTPUT_FAILED,
-                                  [&] {
-                                    colours = PrepareColourOutput(*out, n);
-                                    return LUT_OK;
-                                  });
-      sized != LUT_OK) {
-    return sized;
-  }
+  const long sized = SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
+  if (sized != LUT_OK) return sized;
 
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
     float* data = values.Data();
@@ -210,12 +208,8 @@ long LinearColourMapFivePointArray(Kiv3DFloatArray& values, KivColorArray* out,
     ApplyRescaling(data, n, rescaling, RescaledElements::kValidMeasurements);
     // The caller's values are taken as values of the normalised domain already.
     const BreakValues breaks = ChooseBreakValues(data, n, rescaling, para, automatic, false);
-    const FivePointScale scale{breaks.value,
-                               breaks.index,
-                               &SelectParaColourTableForArray(mapType),
-                               StoredColour(underColor),
-                               StoredColour(overColor),
-                               InvalidColour(mapType)};
+    const FivePointScale scale = FivePointScaleOf(breaks, SelectParaColourTableForArray(mapType),
+                                                  underColor, overColor, mapType);
     ColourFivePoint(data, n, scale, colours);
     return LUT_OK;
   });
@@ -281,15 +275,7 @@ long ColourMapSegmented(const KivRangeImage& image, KivColorArray* out,
                         const LinearColorMapLUT_Para& para, const KivColor& underColor,
                         const KivColor& overColor, int mapType, bool automatic, int sizeA,
                         int sizeB, KivVarArray* vectorA, KivVarArray* vectorB) {
-  int n = 0;
-  KivRangeImage copy;
-  uint8_t* colours = nullptr;
-  if (const long ready = CheckCopyAndSizeOutput(image, mapType, out, n, copy, colours);
-      ready != LUT_OK) {
-    return ready;
-  }
-
-  return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
+  return ColourRangeCopy(image, mapType, out, [&](KivRangeImage& copy, int n, uint8_t* colours) {
     ThrowIfInjected(FaultStage::kColouring);
     const NormalisedHeights heights = NormaliseHeights(copy, n, para, automatic);
     if (heights.values == nullptr) return LUT_ERR_PARA_MAPPING_FAILED;

@@ -3,6 +3,9 @@
 // library knows are written once.
 #pragma once
 
+#include <type_traits>
+
+#include "KivRangeImage.h"
 #include "common/numeric_helpers.h"
 
 namespace KIVMV {
@@ -27,6 +30,18 @@ inline RawBounds FloatScaledRawBounds(double low, double high, double resolution
   const double r = static_cast<float>(resolution);
   const double shift = static_cast<float>(offset * resolution);
   return {(low + shift) / r, (high + shift) / r + 1.0};
+}
+
+// The bounds an image of pixel type T is coloured between: for the integer types converted to raw
+// units by `conversion` with the image's Z resolution and offset, for float and double as given.
+template <typename T>
+RawBounds BoundsInUnitsOf(RawBounds (*conversion)(double, double, double, double), double low,
+                          double high, const KivRangeImage& image) {
+  if constexpr (std::is_integral_v<T>) {
+    return conversion(low, high, image.ResolutionZ(), image.OffsetZ());
+  } else {
+    return {low, high};
+  }
 }
 
 }  // namespace KIVMV
