@@ -6,6 +6,8 @@
 #include <cmath>
 #include <opencv2/core.hpp>
 
+#include "KivPlatformExport.h"
+
 namespace KIVMV {
 
 // A float measurement is invalid when it is the -FLT_MAX "no data" marker or not finite.
@@ -17,7 +19,7 @@ inline bool IsValidFloatMeasurement(float v) {
 
 // A flat array of floats in a 1 x Length() CV_32F matrix. Length() is read from the matrix.
 // Copies share the elements like cv::Mat; use DeepCopy() for an independent array.
-class Kiv3DFloatArray {
+class KIVMV_PLATFORM_API Kiv3DFloatArray {
  public:
   // Length 0, but already a CV_32F matrix.
   Kiv3DFloatArray() : Kiv3DFloatArray(0) {}
@@ -57,7 +59,7 @@ class Kiv3DFloatArray {
 };
 
 // A flat array of 32-bit ints in a 1 x Length() CV_32S matrix; same sharing rules as above.
-class Kiv3DIntArray {
+class KIVMV_PLATFORM_API Kiv3DIntArray {
  public:
   Kiv3DIntArray() : Kiv3DIntArray(0) {}
   // Zero-filled; throws std::invalid_argument for a negative length.

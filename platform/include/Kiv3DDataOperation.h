@@ -2,6 +2,7 @@
 #define KIVMV_KIV_3D_DATA_OPERATION_H_
 
 #include "Kiv3DArray.h"
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
 #include "KivVector3d.h"
@@ -9,7 +10,7 @@
 namespace KIVMV {
 
 // Geometric operations on range images.
-class Kiv3DDataOperation {
+class KIVMV_PLATFORM_API Kiv3DDataOperation {
  public:
   Kiv3DDataOperation() = default;
   virtual ~Kiv3DDataOperation() = default;

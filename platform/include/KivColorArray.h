@@ -3,6 +3,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "KivPlatformExport.h"
+
 namespace KIVMV {
 
 // An array of 8-bit colours with 1, 3 or 4 interleaved channels; with 3 or 4 channels the bytes
@@ -12,7 +14,7 @@ namespace KIVMV {
 // Width() after SetSize(). Copies share the bytes like cv::Mat; use DeepCopy() for an independent
 // array. The sizes are stored separately from the matrix, so replacing Mat() with a matrix of
 // another geometry does not update Length()/Width()/Height()/Channel().
-class KivColorArray {
+class KIVMV_PLATFORM_API KivColorArray {
  public:
   KivColorArray() = default;
   KivColorArray(const KivColorArray&) = default;

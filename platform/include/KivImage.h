@@ -4,6 +4,7 @@
 #include <opencv2/core.hpp>
 
 #include "KivDataType.h"
+#include "KivPlatformExport.h"
 
 namespace KIVMV {
 
@@ -16,7 +17,7 @@ namespace KIVMV {
 //
 // Copies share the pixels like cv::Mat; use DeepCopy() for an independent image. An empty
 // default image reports the matrix defaults: 0 x 0, 1 channel, KIV_IMAGE_8U, step 0.
-class KivImage {
+class KIVMV_PLATFORM_API KivImage {
  public:
   KivImage() = default;
   // Wraps the caller's buffer without copying; the buffer must outlive every image sharing it.

@@ -4,6 +4,7 @@
 #include <opencv2/core.hpp>
 
 #include "KivDataType.h"
+#include "KivPlatformExport.h"
 
 namespace KIVMV {
 
@@ -19,7 +20,7 @@ namespace KIVMV {
 // one direction only (e.g. width 0, height 5) and must still report what it was created with.
 // Mat() gives raw access to the pixels; replacing it with a matrix of another geometry or type is
 // the caller's responsibility and does not update Width()/Height()/DataType().
-class KivRangeImage {
+class KIVMV_PLATFORM_API KivRangeImage {
  public:
   // 0 x 0, KIV_DATA_U8.
   KivRangeImage();
