@@ -51,21 +51,6 @@ class KIVMV_PLATFORM_API Kiv3DDataOperation {
   long ComputeNormals(KivRangeImage& image, KivVector3dArray* normals, Kiv3DFloatArray* aux);
 };
 
-namespace detail {
-
-// For tests only, not part of the stable interface: makes the working stage of ComputeNormals and
-// RangeImageDataTypeConvert throw, so that every status they turn an exception into is reached.
-enum class Platform3DFault {
-  kNone,
-  kAllocation,        // std::bad_alloc while the result is allocated
-  kOpenCvAllocation,  // cv::Exception with code StsNoMem while the result is allocated
-  kWork,              // std::runtime_error inside the parallel loop
-};
-// Process-wide; stays in force until set back to kNone.
-void SetPlatform3DFault(Platform3DFault fault);
-
-}  // namespace detail
-
 }  // namespace KIVMV
 
 #endif  // KIVMV_KIV_3D_DATA_OPERATION_H_

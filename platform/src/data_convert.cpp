@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Kiv3DDataConvert.h"
+#include "platform_3d_fault.h"
 #include "range_pixel_rules.h"
 
 namespace KIVMV {

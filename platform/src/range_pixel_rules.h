@@ -13,7 +13,6 @@
 #include <opencv2/core.hpp>
 #include <type_traits>
 
-#include "Kiv3DDataOperation.h"
 #include "KivDataType.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
@@ -148,9 +147,6 @@ inline bool PixelMatrixMatches(const KivRangeImage& image) {
 // Rows per task: the configured chunk count (below 1: one per processor) splits the rows, so the
 // automatic partitioner makes about one task per chunk.
 int RowGrain(int rows);
-
-// Throws what a test asked for with detail::SetPlatform3DFault when `stage` is the armed one.
-void ThrowIfPlatform3DFault(detail::Platform3DFault stage);
 
 // The status of the exception being handled; call only inside a catch block.
 long StatusOfCurrentException() noexcept;
