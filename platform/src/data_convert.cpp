@@ -1,6 +1,7 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <type_traits>

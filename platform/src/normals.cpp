@@ -2,6 +2,7 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <limits>
