@@ -10,7 +10,6 @@ namespace KIVMV {
 // Conversions between the pixel types of range images.
 class KIVMV_PLATFORM_API Kiv3DDataConvert {
  public:
-  Kiv3DDataConvert() = default;
   virtual ~Kiv3DDataConvert() = default;
 
   // Converts `src` to pixel type `type` (a KivDataType code, 0..6) into `dst`. `src` and `dst`

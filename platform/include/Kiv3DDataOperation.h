@@ -12,7 +12,6 @@ namespace KIVMV {
 // Geometric operations on range images.
 class KIVMV_PLATFORM_API Kiv3DDataOperation {
  public:
-  Kiv3DDataOperation() = default;
   virtual ~Kiv3DDataOperation() = default;
 
   // One unit surface normal per pixel, at index row * Width() + col, oriented toward the viewer

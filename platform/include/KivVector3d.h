@@ -49,13 +49,6 @@ static_assert(std::is_trivially_copyable<KivVector3d>::value,
 // A resizable array of vectors. Unlike the cv::Mat based containers, copies are independent.
 class KIVMV_PLATFORM_API KivVector3dArray {
  public:
-  KivVector3dArray() = default;
-  KivVector3dArray(const KivVector3dArray&) = default;
-  KivVector3dArray& operator=(const KivVector3dArray&) = default;
-  KivVector3dArray(KivVector3dArray&&) noexcept = default;
-  KivVector3dArray& operator=(KivVector3dArray&&) noexcept = default;
-  ~KivVector3dArray() = default;
-
   // Resizes to length zero vectors (existing elements are discarded); throws
   // std::invalid_argument for a negative length.
   void SetSize(int length);
