@@ -1,9 +1,8 @@
 #ifndef KIVMV_KIV_IMAGE_H_
 #define KIVMV_KIV_IMAGE_H_
 
-#include <opencv2/core.hpp>
-
 #include "KivDataType.h"
+#include "KivMatMember.h"
 #include "KivPlatformExport.h"
 
 namespace KIVMV {
@@ -28,12 +27,6 @@ class KIVMV_PLATFORM_API KivImage {
   // Owning, zero-filled image; same argument checks as above.
   KivImage(int width, int height, int channels, KivImageType type);
 
-  KivImage(const KivImage&) = default;
-  KivImage& operator=(const KivImage&) = default;
-  KivImage(KivImage&&) noexcept = default;
-  KivImage& operator=(KivImage&&) noexcept = default;
-  ~KivImage() = default;
-
   KivImage DeepCopy() const;
 
   int Width() const { return mat_.cols; }
@@ -49,7 +42,7 @@ class KIVMV_PLATFORM_API KivImage {
   const cv::Mat& Mat() const { return mat_; }
 
  private:
-  cv::Mat mat_;
+  platform_detail::MatMember mat_;
 };
 
 }  // namespace KIVMV

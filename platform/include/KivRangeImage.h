@@ -1,9 +1,8 @@
 #ifndef KIVMV_KIV_RANGE_IMAGE_H_
 #define KIVMV_KIV_RANGE_IMAGE_H_
 
-#include <opencv2/core.hpp>
-
 #include "KivDataType.h"
+#include "KivMatMember.h"
 #include "KivPlatformExport.h"
 
 namespace KIVMV {
@@ -27,12 +26,6 @@ class KIVMV_PLATFORM_API KivRangeImage {
   // Zero-filled; throws std::invalid_argument for negative sizes, an unknown data type, or a row
   // pitch that does not fit an int.
   KivRangeImage(int width, int height, KivDataType dataType);
-
-  KivRangeImage(const KivRangeImage&) = default;
-  KivRangeImage& operator=(const KivRangeImage&) = default;
-  KivRangeImage(KivRangeImage&&) noexcept = default;
-  KivRangeImage& operator=(KivRangeImage&&) noexcept = default;
-  ~KivRangeImage() = default;
 
   // Independent copy of pixels and metadata.
   KivRangeImage DeepCopy() const;
@@ -75,7 +68,7 @@ class KIVMV_PLATFORM_API KivRangeImage {
   int type_ = 0;
   double resolution_[3] = {1.0, 1.0, 1.0};
   double offset_[3] = {0.0, 0.0, 0.0};
-  cv::Mat mat_;
+  platform_detail::MatMember mat_;
 };
 
 }  // namespace KIVMV
