@@ -1,15 +1,15 @@
 #ifndef KIVMV_KIV_3D_DATA_CONVERT_H_
 #define KIVMV_KIV_3D_DATA_CONVERT_H_
 
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
 
 namespace KIVMV {
 
 // Conversions between the pixel types of range images.
-class Kiv3DDataConvert {
+class KIVMV_PLATFORM_API Kiv3DDataConvert {
  public:
-  Kiv3DDataConvert() = default;
   virtual ~Kiv3DDataConvert() = default;
 
   // Converts `src` to pixel type `type` (a KivDataType code, 0..6) into `dst`. `src` and `dst`

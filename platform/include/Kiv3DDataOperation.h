@@ -2,6 +2,7 @@
 #define KIVMV_KIV_3D_DATA_OPERATION_H_
 
 #include "Kiv3DArray.h"
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
 #include "KivVector3d.h"
@@ -9,9 +10,8 @@
 namespace KIVMV {
 
 // Geometric operations on range images.
-class Kiv3DDataOperation {
+class KIVMV_PLATFORM_API Kiv3DDataOperation {
  public:
-  Kiv3DDataOperation() = default;
   virtual ~Kiv3DDataOperation() = default;
 
   // One unit surface normal per pixel, at index row * Width() + col, oriented toward the viewer
@@ -49,21 +49,6 @@ class Kiv3DDataOperation {
   // kKivPlatformInternalError when the work fails. Never throws.
   long ComputeNormals(KivRangeImage& image, KivVector3dArray* normals, Kiv3DFloatArray* aux);
 };
-
-namespace detail {
-
-// For tests only, not part of the stable interface: makes the working stage of ComputeNormals and
-// RangeImageDataTypeConvert throw, so that every status they turn an exception into is reached.
-enum class Platform3DFault {
-  kNone,
-  kAllocation,        // std::bad_alloc while the result is allocated
-  kOpenCvAllocation,  // cv::Exception with code StsNoMem while the result is allocated
-  kWork,              // std::runtime_error inside the parallel loop
-};
-// Process-wide; stays in force until set back to kNone.
-void SetPlatform3DFault(Platform3DFault fault);
-
-}  // namespace detail
 
 }  // namespace KIVMV
 

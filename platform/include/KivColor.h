@@ -4,10 +4,12 @@
 #include <cassert>
 #include <type_traits>
 
+#include "KivPlatformExport.h"
+
 namespace KIVMV {
 
 // Four int components; 0, 1, 2 are blue, green, red, 3 is free (usually alpha or unused).
-class KivColor {
+class KIVMV_PLATFORM_API KivColor {
  public:
   KivColor() = default;
   KivColor(int c0, int c1, int c2, int c3 = 0) : c_{c0, c1, c2, c3} {}

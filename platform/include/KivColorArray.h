@@ -1,7 +1,8 @@
 #ifndef KIVMV_KIV_COLOR_ARRAY_H_
 #define KIVMV_KIV_COLOR_ARRAY_H_
 
-#include <opencv2/core.hpp>
+#include "KivMatMember.h"
+#include "KivPlatformExport.h"
 
 namespace KIVMV {
 
@@ -12,15 +13,8 @@ namespace KIVMV {
 // Width() after SetSize(). Copies share the bytes like cv::Mat; use DeepCopy() for an independent
 // array. The sizes are stored separately from the matrix, so replacing Mat() with a matrix of
 // another geometry does not update Length()/Width()/Height()/Channel().
-class KivColorArray {
+class KIVMV_PLATFORM_API KivColorArray {
  public:
-  KivColorArray() = default;
-  KivColorArray(const KivColorArray&) = default;
-  KivColorArray& operator=(const KivColorArray&) = default;
-  KivColorArray(KivColorArray&&) noexcept = default;
-  KivColorArray& operator=(KivColorArray&&) noexcept = default;
-  ~KivColorArray() = default;
-
   KivColorArray DeepCopy() const;
 
   // Zero-filled 1 x length array; Width() == length and Height() == 1, both 0 when length is 0.
@@ -47,7 +41,7 @@ class KivColorArray {
   int width_ = 0;
   int height_ = 0;
   int channels_ = 0;
-  cv::Mat mat_;
+  platform_detail::MatMember mat_;
 };
 
 }  // namespace KIVMV

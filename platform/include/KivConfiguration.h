@@ -1,6 +1,7 @@
 #ifndef KIVMV_KIV_CONFIGURATION_H_
 #define KIVMV_KIV_CONFIGURATION_H_
 
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 
 namespace KIVMV {
@@ -11,15 +12,15 @@ namespace KIVMV {
 // Each returns kKivPlatformOk, or kKivPlatformNullArgument for a null pointer.
 
 // KIV_EFFICIENCY, default 0.
-long KivGetStaticEfficiency(int* value);
+KIVMV_PLATFORM_API long KivGetStaticEfficiency(int* value);
 // KIV_TBB_CHUNKS, default 0 ("unset"); returned as parsed, even if negative. Callers treat
 // anything below 1 as "one chunk per processor".
-long KivGetStaticTBB(int* value);
+KIVMV_PLATFORM_API long KivGetStaticTBB(int* value);
 // KIV_GPU: "1", "true", "yes", "on" (any case) mean true; "0", "false", "no", "off" false;
 // default false.
-long KivGetStaticGPU(bool* value);
+KIVMV_PLATFORM_API long KivGetStaticGPU(bool* value);
 // KIV_WIN_VERSION, default 0.
-long KivGetStaticWinVersion(int* value);
+KIVMV_PLATFORM_API long KivGetStaticWinVersion(int* value);
 
 }  // namespace KIVMV
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 
 namespace KIVMV {
@@ -18,7 +19,7 @@ namespace KIVMV {
 //     <UTC time, ISO-8601 with microseconds> [thread <id>] <class>::<method>:<line> <message>\n
 //   Lines from concurrent threads never interleave and each is flushed as it is written;
 // - otherwise nothing is written.
-class KivFastLoggerPrivate {
+class KIVMV_PLATFORM_API KivFastLoggerPrivate {
  public:
   KivFastLoggerPrivate();
   ~KivFastLoggerPrivate();

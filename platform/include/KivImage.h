@@ -1,9 +1,9 @@
 #ifndef KIVMV_KIV_IMAGE_H_
 #define KIVMV_KIV_IMAGE_H_
 
-#include <opencv2/core.hpp>
-
 #include "KivDataType.h"
+#include "KivMatMember.h"
+#include "KivPlatformExport.h"
 
 namespace KIVMV {
 
@@ -16,7 +16,7 @@ namespace KIVMV {
 //
 // Copies share the pixels like cv::Mat; use DeepCopy() for an independent image. An empty
 // default image reports the matrix defaults: 0 x 0, 1 channel, KIV_IMAGE_8U, step 0.
-class KivImage {
+class KIVMV_PLATFORM_API KivImage {
  public:
   KivImage() = default;
   // Wraps the caller's buffer without copying; the buffer must outlive every image sharing it.
@@ -26,12 +26,6 @@ class KivImage {
   KivImage(unsigned char* data, int width, int height, int channels, int step, KivImageType type);
   // Owning, zero-filled image; same argument checks as above.
   KivImage(int width, int height, int channels, KivImageType type);
-
-  KivImage(const KivImage&) = default;
-  KivImage& operator=(const KivImage&) = default;
-  KivImage(KivImage&&) noexcept = default;
-  KivImage& operator=(KivImage&&) noexcept = default;
-  ~KivImage() = default;
 
   KivImage DeepCopy() const;
 
@@ -48,7 +42,7 @@ class KivImage {
   const cv::Mat& Mat() const { return mat_; }
 
  private:
-  cv::Mat mat_;
+  platform_detail::MatMember mat_;
 };
 
 }  // namespace KIVMV

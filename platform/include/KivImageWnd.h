@@ -11,6 +11,7 @@
 // destroyed window's handle answers kKivImageWndBadHandle instead of reaching freed memory.
 
 #include "KivImage.h"
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 
 class QImage;
@@ -36,40 +37,41 @@ inline constexpr long kKivToolbarActualSize = 0x40000000;  // one image pixel pe
 // parentWindowId is the native id (QWidget::winId, an X11 window id) of the window to place it
 // in: a widget of this process, or a foreign native window where the platform embeds those (X11);
 // 0 makes a top-level window. Negative sizes count as 0. *handle receives the new handle.
-long KivCreateImageWnd(long parentWindowId, int x, int y, int width, int height, long long* handle);
+KIVMV_PLATFORM_API long KivCreateImageWnd(long parentWindowId, int x, int y, int width, int height,
+                                          long long* handle);
 
 // Shows `image` (8- or 16-bit samples, 1 channel grey or 3 channels blue, green, red) scaled to
 // fit the window with its aspect ratio kept, each screen pixel taking the colour of the nearest
 // image pixel; 16-bit samples are shown by their high byte. The window keeps its own copy. An
 // empty image (no pixels) clears the window. Other images answer kKivImageWndUnsupportedImage
 // and leave the window as it was.
-long KivDisplayImage(long long handle, KivImage& image);
+KIVMV_PLATFORM_API long KivDisplayImage(long long handle, KivImage& image);
 
 // Moves and resizes the window within its parent. Negative sizes count as 0.
-long KivMoveWindow(long long handle, int x, int y, int width, int height);
+KIVMV_PLATFORM_API long KivMoveWindow(long long handle, int x, int y, int width, int height);
 
 // Shows or hides the toolbar items whose bits are set in `items`; other bits are ignored.
-long KivSetToolbarVisible(long long handle, long items, bool visible);
+KIVMV_PLATFORM_API long KivSetToolbarVisible(long long handle, long items, bool visible);
 
 // Asks the window to repaint.
-long KivRefresh(long long handle);
+KIVMV_PLATFORM_API long KivRefresh(long long handle);
 
 // Destroys the window. A window whose parent was destroyed first is already gone: its handle is
 // released and the answer is kKivPlatformOk.
-long KivDestoryImageWnd(long long handle);
+KIVMV_PLATFORM_API long KivDestoryImageWnd(long long handle);
 
 // ---- Queries: what a window shows (for hosts that need to read it back, and for tests) ----
 
 // A deep copy of the image last given to KivDisplayImage (an empty image after an empty one or
 // before any).
-long KivGetDisplayedImage(long long handle, KivImage* image);
+KIVMV_PLATFORM_API long KivGetDisplayedImage(long long handle, KivImage* image);
 
 // The picture area as it is painted now, without the toolbar, one QImage pixel per widget pixel.
-long KivGrabImageWnd(long long handle, QImage* picture);
+KIVMV_PLATFORM_API long KivGrabImageWnd(long long handle, QImage* picture);
 
 // The window's widget, or nullptr for a handle that names no live window. The caller must not
 // delete it.
-QWidget* KivImageWndWidget(long long handle);
+KIVMV_PLATFORM_API QWidget* KivImageWndWidget(long long handle);
 
 }  // namespace KIVMV
 

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "KivPlatformExport.h"
 #include "KivPlatformStatus.h"
 
 namespace KIVMV {
@@ -28,7 +29,7 @@ inline constexpr long kKivLanguageTextNotFound = 101;
 //
 // Module and language names are restricted to letters, digits, '_' and '-', so that a name can
 // never point outside the folder.
-class KivMultiLanguage {
+class KIVMV_PLATFORM_API KivMultiLanguage {
  public:
   // Folder and language from the environment, as above.
   KivMultiLanguage();
@@ -62,17 +63,18 @@ namespace language_detail {
 // UTF-8 to the platform's wide characters (UTF-32, or UTF-16 with surrogate pairs where wchar_t
 // has 16 bits). Every byte that does not start a well-formed sequence (overlong forms,
 // surrogates and values above U+10FFFF included) becomes one U+FFFD.
-std::wstring Utf8ToWide(const std::string& utf8);
+KIVMV_PLATFORM_API std::wstring Utf8ToWide(const std::string& utf8);
 
 // The id-to-text pairs of one string table's contents, by the rules of KivMultiLanguage.
-std::map<std::string, std::wstring> ParseStringTable(const std::string& contents);
+KIVMV_PLATFORM_API std::map<std::string, std::wstring> ParseStringTable(
+    const std::string& contents);
 
 // KIV_LANG as a folder name: "zh-CN.UTF-8" gives "zh_CN"; empty gives "en".
-std::string NormaliseLanguage(const std::string& language);
+KIVMV_PLATFORM_API std::string NormaliseLanguage(const std::string& language);
 
 // The string-table folder installed beside the platform library, or "" when the library cannot
 // tell where it was loaded from.
-std::string InstalledFolder();
+KIVMV_PLATFORM_API std::string InstalledFolder();
 
 }  // namespace language_detail
 

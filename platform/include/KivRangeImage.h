@@ -1,9 +1,9 @@
 #ifndef KIVMV_KIV_RANGE_IMAGE_H_
 #define KIVMV_KIV_RANGE_IMAGE_H_
 
-#include <opencv2/core.hpp>
-
 #include "KivDataType.h"
+#include "KivMatMember.h"
+#include "KivPlatformExport.h"
 
 namespace KIVMV {
 
@@ -19,19 +19,13 @@ namespace KIVMV {
 // one direction only (e.g. width 0, height 5) and must still report what it was created with.
 // Mat() gives raw access to the pixels; replacing it with a matrix of another geometry or type is
 // the caller's responsibility and does not update Width()/Height()/DataType().
-class KivRangeImage {
+class KIVMV_PLATFORM_API KivRangeImage {
  public:
   // 0 x 0, KIV_DATA_U8.
   KivRangeImage();
   // Zero-filled; throws std::invalid_argument for negative sizes, an unknown data type, or a row
   // pitch that does not fit an int.
   KivRangeImage(int width, int height, KivDataType dataType);
-
-  KivRangeImage(const KivRangeImage&) = default;
-  KivRangeImage& operator=(const KivRangeImage&) = default;
-  KivRangeImage(KivRangeImage&&) noexcept = default;
-  KivRangeImage& operator=(KivRangeImage&&) noexcept = default;
-  ~KivRangeImage() = default;
 
   // Independent copy of pixels and metadata.
   KivRangeImage DeepCopy() const;
@@ -74,7 +68,7 @@ class KivRangeImage {
   int type_ = 0;
   double resolution_[3] = {1.0, 1.0, 1.0};
   double offset_[3] = {0.0, 0.0, 0.0};
-  cv::Mat mat_;
+  platform_detail::MatMember mat_;
 };
 
 }  // namespace KIVMV

@@ -4,11 +4,12 @@
 #include <vector>
 
 #include "KivImage.h"
+#include "KivPlatformExport.h"
 
 namespace KIVMV {
 
 // A value that is empty, an int, a double or an image.
-class KivVar {
+class KIVMV_PLATFORM_API KivVar {
  public:
   KivVar() = default;
   KivVar(int value) : kind_(Kind::kInt), int_(value) {}
@@ -41,7 +42,7 @@ class KivVar {
 };
 
 // An ordered list of KivVar.
-class KivVarArray {
+class KIVMV_PLATFORM_API KivVarArray {
  public:
   void Append(const KivVar& value) { values_.push_back(value); }
   int Length() const { return static_cast<int>(values_.size()); }

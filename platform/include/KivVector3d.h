@@ -4,12 +4,14 @@
 #include <type_traits>
 #include <vector>
 
+#include "KivPlatformExport.h"
+
 namespace KIVMV {
 
 // A single-precision 3-vector. Every operation is component by component in float with a fixed
 // evaluation order; the arithmetic is compiled out of line in the platform library (built without
 // FMA contraction) so results are bit-identical whatever flags the caller uses.
-class KivVector3d {
+class KIVMV_PLATFORM_API KivVector3d {
  public:
   KivVector3d() = default;
   KivVector3d(float x, float y, float z) : x_(x), y_(y), z_(z) {}
@@ -45,15 +47,8 @@ static_assert(std::is_trivially_copyable<KivVector3d>::value,
               "KivVector3d must be trivially copyable");
 
 // A resizable array of vectors. Unlike the cv::Mat based containers, copies are independent.
-class KivVector3dArray {
+class KIVMV_PLATFORM_API KivVector3dArray {
  public:
-  KivVector3dArray() = default;
-  KivVector3dArray(const KivVector3dArray&) = default;
-  KivVector3dArray& operator=(const KivVector3dArray&) = default;
-  KivVector3dArray(KivVector3dArray&&) noexcept = default;
-  KivVector3dArray& operator=(KivVector3dArray&&) noexcept = default;
-  ~KivVector3dArray() = default;
-
   // Resizes to length zero vectors (existing elements are discarded); throws
   // std::invalid_argument for a negative length.
   void SetSize(int length);

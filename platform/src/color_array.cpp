@@ -16,11 +16,7 @@ void CheckChannels(int channels) {
 
 }  // namespace
 
-KivColorArray KivColorArray::DeepCopy() const {
-  KivColorArray copy(*this);
-  copy.mat_ = internal::CloneKeepingShape(mat_);
-  return copy;
-}
+KivColorArray KivColorArray::DeepCopy() const { return internal::DeepCopyOf(*this); }
 
 void KivColorArray::Create(int length, int channels) {
   if (length < 0) throw std::invalid_argument("KivColorArray: length must not be negative");

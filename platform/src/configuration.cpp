@@ -6,7 +6,7 @@
 #include <string>
 
 #include "KivConfiguration.h"
-#include "KivConfigurationDetail.h"
+#include "setting_parsers.h"
 
 namespace KIVMV {
 namespace detail {

@@ -1,12 +1,14 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <type_traits>
 #include <utility>
 
 #include "Kiv3DDataConvert.h"
+#include "platform_3d_fault.h"
 #include "range_pixel_rules.h"
 
 namespace KIVMV {

@@ -49,10 +49,6 @@ KivImage::KivImage(int width, int height, int channels, KivImageType type) {
   mat_ = internal::ZeroMat(height, width, CV_MAKETYPE(static_cast<int>(type), channels));
 }
 
-KivImage KivImage::DeepCopy() const {
-  KivImage copy;
-  copy.mat_ = internal::CloneKeepingShape(mat_);
-  return copy;
-}
+KivImage KivImage::DeepCopy() const { return internal::DeepCopyOf(*this); }
 
 }  // namespace KIVMV

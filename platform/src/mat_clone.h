@@ -20,6 +20,15 @@ inline cv::Mat ZeroMat(int rows, int cols, int type) {
   return m;
 }
 
+// A copy of a platform container whose matrix holds elements of its own; everything else (sizes,
+// scale, tags) is copied as it is.
+template <typename Container>
+Container DeepCopyOf(const Container& container) {
+  Container copy(container);
+  copy.Mat() = CloneKeepingShape(container.Mat());
+  return copy;
+}
+
 }  // namespace internal
 }  // namespace KIVMV
 

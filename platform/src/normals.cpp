@@ -2,23 +2,21 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
-#include <atomic>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "Kiv3DDataOperation.h"
 #include "KivConfiguration.h"
+#include "platform_3d_fault.h"
 #include "range_pixel_rules.h"
 
 namespace KIVMV {
 
 namespace {
-
-std::atomic<detail::Platform3DFault> injectedFault{detail::Platform3DFault::kNone};
 
 struct Vec3 {
   double x;
@@ -166,12 +164,6 @@ bool GeometryIsFinite(const KivRangeImage& image) {
 
 }  // namespace
 
-namespace detail {
-
-void SetPlatform3DFault(Platform3DFault fault) { injectedFault.store(fault); }
-
-}  // namespace detail
-
 namespace internal {
 
 int RowGrain(int rows) {
@@ -179,20 +171,6 @@ int RowGrain(int rows) {
   KivGetStaticTBB(&chunks);
   if (chunks < 1) chunks = cv::getNumberOfCPUs();
   return std::max(1, rows / std::max(1, chunks));
-}
-
-void ThrowIfPlatform3DFault(detail::Platform3DFault stage) {
-  if (injectedFault.load(std::memory_order_relaxed) != stage) return;
-  switch (stage) {
-    case detail::Platform3DFault::kAllocation:
-      throw std::bad_alloc();
-    case detail::Platform3DFault::kOpenCvAllocation:
-      throw cv::Exception(cv::Error::StsNoMem, "injected fault", __func__, __FILE__, __LINE__);
-    case detail::Platform3DFault::kWork:
-      throw std::runtime_error("injected fault");
-    case detail::Platform3DFault::kNone:
-      return;
-  }
 }
 
 long StatusOfCurrentException() noexcept {

@@ -24,11 +24,7 @@ KivRangeImage::KivRangeImage(int width, int height, KivDataType dataType)
   mat_ = internal::ZeroMat(height, width, CV_MAKETYPE(static_cast<int>(dataType), 1));
 }
 
-KivRangeImage KivRangeImage::DeepCopy() const {
-  KivRangeImage copy(*this);
-  copy.mat_ = internal::CloneKeepingShape(mat_);
-  return copy;
-}
+KivRangeImage KivRangeImage::DeepCopy() const { return internal::DeepCopyOf(*this); }
 
 void KivRangeImage::SetResolution(double x, double y, double z) {
   resolution_[0] = x;

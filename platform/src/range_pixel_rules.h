@@ -5,15 +5,12 @@
 #ifndef KIVMV_PLATFORM_SRC_RANGE_PIXEL_RULES_H_
 #define KIVMV_PLATFORM_SRC_RANGE_PIXEL_RULES_H_
 
-#include <cfloat>
-#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <opencv2/core.hpp>
 #include <type_traits>
 
-#include "Kiv3DDataOperation.h"
 #include "KivDataType.h"
 #include "KivPlatformStatus.h"
 #include "KivRangeImage.h"
@@ -21,54 +18,27 @@
 namespace KIVMV {
 namespace internal {
 
-// Marker and valid range of one pixel type. The valid range leaves out the marker, so a value
-// saturated into it can never be mistaken for "no data".
+// The gap between the lowest value of T and the next one up: 1 for an integer type, the spacing
+// of the top binade, 2^(max_exponent - digits), for a floating-point one.
 template <typename T>
-struct RangePixel;
+constexpr double StepAboveLowest() {
+  double step = 1.0;
+  if constexpr (std::is_floating_point_v<T>) {
+    for (int e = std::numeric_limits<T>::digits; e < std::numeric_limits<T>::max_exponent; ++e) {
+      step *= 2.0;
+    }
+  }
+  return step;
+}
 
-template <>
-struct RangePixel<uint8_t> {
-  static constexpr uint8_t kMarker = 0;
-  static constexpr double kLowest = 1.0;
-  static constexpr double kHighest = 255.0;
-};
-template <>
-struct RangePixel<int8_t> {
-  static constexpr int8_t kMarker = -128;
-  static constexpr double kLowest = -127.0;
-  static constexpr double kHighest = 127.0;
-};
-template <>
-struct RangePixel<uint16_t> {
-  static constexpr uint16_t kMarker = 0;
-  static constexpr double kLowest = 1.0;
-  static constexpr double kHighest = 65535.0;
-};
-template <>
-struct RangePixel<int16_t> {
-  static constexpr int16_t kMarker = -32768;
-  static constexpr double kLowest = -32767.0;
-  static constexpr double kHighest = 32767.0;
-};
-template <>
-struct RangePixel<int32_t> {
-  static constexpr int32_t kMarker = INT_MIN;
-  static constexpr double kLowest = -2147483647.0;
-  static constexpr double kHighest = 2147483647.0;
-};
-template <>
-struct RangePixel<float> {
-  static constexpr float kMarker = -FLT_MAX;
-  // The float just above the marker (bit pattern 0xFF7FFFFE).
-  static constexpr double kLowest = -3.4028232635611926e38;
-  static constexpr double kHighest = FLT_MAX;
-};
-template <>
-struct RangePixel<double> {
-  static constexpr double kMarker = -DBL_MAX;
-  // The double just above the marker.
-  static constexpr double kLowest = -1.7976931348623155e308;
-  static constexpr double kHighest = DBL_MAX;
+// Marker and valid range of a pixel type. Every type marks "no data" with its lowest value (0 for
+// the unsigned ones, -FLT_MAX and -DBL_MAX for floating point); the valid range is the rest of the
+// type, so a value saturated into it can never be mistaken for the marker.
+template <typename T>
+struct RangePixel {
+  static constexpr T kMarker = std::numeric_limits<T>::lowest();
+  static constexpr double kLowest = static_cast<double>(kMarker) + StepAboveLowest<T>();
+  static constexpr double kHighest = static_cast<double>(std::numeric_limits<T>::max());
 };
 
 // The one validity rule of the 3-D operations: the type's marker, by exact equality, and every
@@ -104,34 +74,17 @@ inline T RoundToValidInteger(double v) {
   return SaturateToValid<T>(std::round(v));
 }
 
-// Calls f(T{}) with the pixel type of a KivDataType code; false for an unknown code.
+// Calls f(T{}) for the one type among Pixel... whose OpenCV depth is `type`; false when none is.
+template <typename... Pixel, typename F>
+bool VisitPixelTypeAmong(int type, F& f) {
+  return ((type == cv::traits::Depth<Pixel>::value ? (f(Pixel{}), true) : false) || ...);
+}
+
+// Calls f(T{}) with the pixel type of a KivDataType code (the codes are the OpenCV depths); false
+// for an unknown code.
 template <typename F>
 bool VisitRangePixelType(int type, F&& f) {
-  switch (type) {
-    case KIV_DATA_U8:
-      f(uint8_t{});
-      return true;
-    case KIV_DATA_S8:
-      f(int8_t{});
-      return true;
-    case KIV_DATA_U16:
-      f(uint16_t{});
-      return true;
-    case KIV_DATA_S16:
-      f(int16_t{});
-      return true;
-    case KIV_DATA_S32:
-      f(int32_t{});
-      return true;
-    case KIV_DATA_F32:
-      f(float{});
-      return true;
-    case KIV_DATA_F64:
-      f(double{});
-      return true;
-    default:
-      return false;
-  }
+  return VisitPixelTypeAmong<uint8_t, int8_t, uint16_t, int16_t, int32_t, float, double>(type, f);
 }
 
 // True when the image's matrix really holds Height() rows of Width() single-channel pixels of its
@@ -148,9 +101,6 @@ inline bool PixelMatrixMatches(const KivRangeImage& image) {
 // Rows per task: the configured chunk count (below 1: one per processor) splits the rows, so the
 // automatic partitioner makes about one task per chunk.
 int RowGrain(int rows);
-
-// Throws what a test asked for with detail::SetPlatform3DFault when `stage` is the armed one.
-void ThrowIfPlatform3DFault(detail::Platform3DFault stage);
 
 // The status of the exception being handled; call only inside a catch block.
 long StatusOfCurrentException() noexcept;

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "KivConfiguration.h"
-#include "KivConfigurationDetail.h"
+#include "setting_parsers.h"
 
 namespace KIVMV {
 namespace {

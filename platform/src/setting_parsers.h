@@ -1,8 +1,7 @@
-#ifndef KIVMV_KIV_CONFIGURATION_DETAIL_H_
-#define KIVMV_KIV_CONFIGURATION_DETAIL_H_
-
-// The parsers behind KivConfiguration.h, exposed so they can be tested without touching the
-// process environment. Not part of the stable interface.
+// The parsers behind KivConfiguration.h, apart from the process environment so that tests can
+// give them any text.
+#ifndef KIVMV_PLATFORM_SRC_SETTING_PARSERS_H_
+#define KIVMV_PLATFORM_SRC_SETTING_PARSERS_H_
 
 namespace KIVMV {
 namespace detail {
@@ -17,4 +16,4 @@ bool ParseBoolSetting(const char* text, bool fallback);
 }  // namespace detail
 }  // namespace KIVMV
 
-#endif  // KIVMV_KIV_CONFIGURATION_DETAIL_H_
+#endif  // KIVMV_PLATFORM_SRC_SETTING_PARSERS_H_
