@@ -1,6 +1,7 @@
 # The project's libraries are all made the same way: their sources compiled once into an OBJECT
 # library, an installed shared library of those objects that exports only what the public headers
-# mark, and, where tests need the internals, a static library of the same objects.
+# mark, and, where tests need the internals, a static library of the same objects. A program links
+# either the shared or the static one, never both: it would hold two copies of their state.
 
 # kivlut_add_objects(NAME SOURCES...): hidden visibility, position-independent, C++17, and no
 # floating-point contraction, on which results depend.
@@ -15,11 +16,13 @@ function(kivlut_add_objects name)
 endfunction()
 
 # kivlut_add_shared_library(NAME OBJECTS): the installed library, also known in the tree by its
-# exported name KivLUTSetting::NAME, and finding its installed neighbours in its own folder.
+# exported name KivLUTSetting::NAME, finding its installed neighbours in its own folder. It links
+# what its objects link.
 function(kivlut_add_shared_library name objects)
-  add_library(${name} SHARED $<TARGET_OBJECTS:${objects}>)
+  add_library(${name} SHARED)
   add_library(KivLUTSetting::${name} ALIAS ${name})
   target_compile_features(${name} PUBLIC cxx_std_17)
+  target_link_libraries(${name} PRIVATE ${objects})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
@@ -30,9 +33,10 @@ function(kivlut_add_shared_library name objects)
           RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
 
-# kivlut_add_internal_library(NAME OBJECTS): the same objects as a static library, for tests that
-# reach internals; never installed. A program links either this or the shared library.
-function(kivlut_add_internal_library name objects)
-  add_library(${name} STATIC $<TARGET_OBJECTS:${objects}>)
-  target_compile_features(${name} PUBLIC cxx_std_17)
+# kivlut_add_internal_library(NAME OBJECTS INTERNAL_INCLUDE_DIR): the same objects as a static
+# library for the tests that reach internals, with the internal headers in reach; never installed.
+function(kivlut_add_internal_library name objects internal_include_dir)
+  add_library(${name} STATIC)
+  target_link_libraries(${name} PUBLIC ${objects})
+  target_include_directories(${name} PUBLIC ${internal_include_dir})
 endfunction()
