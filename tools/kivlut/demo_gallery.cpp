@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdint>
 #include <exception>
-#include <fstream>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <ostream>
@@ -406,34 +405,6 @@ std::string ContactSheet(const std::vector<Figure>& figures) {
   return html.str();
 }
 
-// Writes a text file through a temporary name in the same folder, so a failure leaves no partial
-// file behind.
-bool WriteTextAtomically(const std::filesystem::path& file, const std::string& text,
-                         std::string* error) {
-  const std::filesystem::path temporary =
-      file.parent_path() / ("." + file.filename().string() + ".kivlut-tmp");
-  {
-    std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
-    stream << text;
-    stream.flush();
-    if (!stream) {
-      std::error_code ignored;
-      std::filesystem::remove(temporary, ignored);
-      *error = "cannot write the file";
-      return false;
-    }
-  }
-  std::error_code renameError;
-  std::filesystem::rename(temporary, file, renameError);
-  if (renameError) {
-    std::error_code ignored;
-    std::filesystem::remove(temporary, ignored);
-    *error = "cannot rename the temporary file: " + renameError.message();
-    return false;
-  }
-  return true;
-}
-
 // The 16-bit heights scaled linearly onto levels 1..255 between the lowest and the highest valid
 // height; no data (0) stays 0.
 KIVMV::KivRangeImage EightBitCopy(const KIVMV::KivRangeImage& scene) {
@@ -571,7 +542,8 @@ int WriteGalleryUnguarded(const std::filesystem::path& outDir, std::ostream& log
     if (!made) fail(failedFile, problem);
   }
 
-  if (WriteTextAtomically(outDir / "index.html", ContactSheet(figures), &error)) {
+  const std::string sheet = ContactSheet(figures);
+  if (WriteBytesAtomically(outDir / "index.html", sheet.data(), sheet.size(), &error)) {
     wrote("index.html");
   } else {
     fail("index.html", error);
