@@ -155,9 +155,6 @@ constexpr const char* kSceneRawFile = "machined_parts.raw";
 constexpr const char* kScene8BitFile = "machined_parts_8bit.png";
 constexpr int kThumbnailWidth = 256;
 
-const char* const kMapNames[] = {"grey",        "rainbow", "hot", "diverging",
-                                 "isoluminant", "rgb",     "jet"};
-
 // One picture of the contact sheet: the section it belongs to, what it shows, and the words a
 // user types after `kivlut` to make it.
 struct GalleryPicture {
@@ -213,7 +210,7 @@ std::vector<GalleryPicture> GalleryPictures() {
                                std::vector<std::string> args) {
     pictures.push_back({section, caption, std::move(args)});
   };
-  for (int map = 0; map <= 6; ++map) {
+  for (int map = 0; map < kNamedMapCount; ++map) {
     const std::string name = kMapNames[map];
     add("equalize", name + ", equalised over the measured heights",
         RangeCommand("equalize", name, {}, "equalize_" + name + ".png"));
@@ -227,12 +224,12 @@ std::vector<GalleryPicture> GalleryPictures() {
   add("equalize", "rainbow, equalised, read from the raw file",
       RangeCommand("equalize", "rainbow", {"--raw", "640x480:u16"}, "equalize_raw_rainbow.png",
                    kSceneRawFile));
-  for (int map = 0; map <= 6; ++map) {
+  for (int map = 0; map < kNamedMapCount; ++map) {
     const std::string name = kMapNames[map];
     add("equalize", name + ", the pixels as a flat array, equalised",
         RangeCommand("equalize", name, {"--array"}, "equalize_array_" + name + ".png"));
   }
-  for (int map = 0; map <= 6; ++map) {
+  for (int map = 0; map < kNamedMapCount; ++map) {
     const std::string name = kMapNames[map];
     add("linear", name + ", linear between the measured minimum and maximum",
         RangeCommand("linear", name, {}, "linear_" + name + ".png"));
@@ -245,13 +242,13 @@ std::vector<GalleryPicture> GalleryPictures() {
         RangeCommand("linear", name, {"--percentile", "2", "98"},
                      "linear_percentile_" + name + ".png"));
   }
-  for (int map = 0; map <= 6; ++map) {
+  for (int map = 0; map < kNamedMapCount; ++map) {
     const std::string name = kMapNames[map];
     add("linear", name + ", the pixels as a flat array, linear",
         RangeCommand("linear", name, {"--array"}, "linear_array_" + name + ".png"));
   }
   // The five-point scale has no grey map 0.
-  for (int map = 1; map <= 6; ++map) {
+  for (int map = 1; map < kNamedMapCount; ++map) {
     const std::string name = kMapNames[map];
     add("scale", name + ", five-point scale with break values from the data",
         RangeCommand("scale", name, {"--auto"}, "scale_auto_" + name + ".png"));
@@ -279,7 +276,7 @@ std::vector<GalleryPicture> GalleryPictures() {
           "shade", "jet",
           {"--light", "64,48,60", "--eye", "32,24,120", "--coefficients", "0.9,0.25,0.6,0.4"},
           "shade_lit_jet.png"));
-  for (int map = 0; map <= 6; ++map) {
+  for (int map = 0; map < kNamedMapCount; ++map) {
     const std::string name = kMapNames[map];
     add("grey", name + ", 8-bit levels index the table",
         GreyCommand(name, {}, "grey_linear_" + name + ".png"));

@@ -14,9 +14,6 @@
 namespace kivlut {
 namespace {
 
-constexpr const char* kMapNames[] = {"grey",        "rainbow", "hot", "diverging",
-                                     "isoluminant", "rgb",     "jet"};
-
 const std::map<std::string, Operation>& OperationWords() {
   static const std::map<std::string, Operation> words = {
       {"equalize", Operation::kEqualize}, {"linear", Operation::kLinear},
@@ -383,7 +380,7 @@ const char* OperationName(Operation operation) {
 }
 
 std::optional<int> ParseMapType(const std::string& text) {
-  for (int i = 0; i < 7; ++i) {
+  for (int i = 0; i < kNamedMapCount; ++i) {
     if (text == kMapNames[i]) return i;
   }
   const auto number = ParseInteger(text);
@@ -392,7 +389,7 @@ std::optional<int> ParseMapType(const std::string& text) {
 }
 
 std::string MapName(int mapType) {
-  if (mapType >= 0 && mapType < 7) return kMapNames[mapType];
+  if (mapType >= 0 && mapType < kNamedMapCount) return kMapNames[mapType];
   return "map" + std::to_string(mapType);
 }
 
