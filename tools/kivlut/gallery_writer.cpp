@@ -205,38 +205,40 @@ int WriteGalleryUnguarded(const std::filesystem::path& outDir, std::ostream& log
     log << "wrote " << (outDir / file).string() << "\n";
   };
 
-  std::vector<Figure> figures;
+  // The commands' inputs; the raw file is not shown, its pixels being the PNG's.
   const KIVMV::KivRangeImage scene = MakeMachinedPartsScene();
+  const struct {
+    const char* file;
+    KIVMV::KivRangeImage image;
+    FrameFormat format;
+    const char* caption;  // nullptr: not on the contact sheet
+  } inputs[] = {
+      {kSceneFile, scene, FrameFormat::kPng, "16-bit heights, as the sensor delivers them"},
+      {kSceneRawFile, scene, FrameFormat::kRaw, nullptr},
+      {kScene8BitFile, EightBitCopy(scene), FrameFormat::kPng, "8-bit levels, the input of grey"},
+  };
+  std::vector<Figure> figures;
   std::string error;
-  if (WriteRangeFrame(outDir / kSceneFile, scene, FrameFormat::kPng, &error)) {
-    wrote(kSceneFile);
-    figures.push_back({"input", kSceneFile, "16-bit heights, as the sensor delivers them", ""});
-  } else {
-    fail(kSceneFile, error);
-  }
-  if (WriteRangeFrame(outDir / kSceneRawFile, scene, FrameFormat::kRaw, &error)) {
-    wrote(kSceneRawFile);
-  } else {
-    fail(kSceneRawFile, error);
-  }
-  if (WriteRangeFrame(outDir / kScene8BitFile, EightBitCopy(scene), FrameFormat::kPng, &error)) {
-    wrote(kScene8BitFile);
-    figures.push_back({"input", kScene8BitFile, "8-bit levels, the input of grey", ""});
-  } else {
-    fail(kScene8BitFile, error);
+  for (const auto& input : inputs) {
+    if (!WriteRangeFrame(outDir / input.file, input.image, input.format, &error)) {
+      fail(input.file, error);
+      continue;
+    }
+    wrote(input.file);
+    if (input.caption != nullptr) figures.push_back({"input", input.file, input.caption, ""});
   }
 
-  for (const GalleryCommand& picture : GalleryCommands()) {
+  for (const GalleryCommand& command : GalleryCommands()) {
     std::vector<std::string> written;
     std::string failedFile;
     std::string problem;
-    const bool made = MakePicture(outDir, picture.args, &written, &failedFile, &problem);
-    const std::string command = CommandText(picture.args);
+    const bool made = MakePicture(outDir, command.args, &written, &failedFile, &problem);
+    const std::string commandText = CommandText(command.args);
     for (size_t i = 0; i < written.size(); ++i) {
       wrote(written[i]);
       const std::string caption =
-          i == 0 ? picture.caption : "the histogram chart of the command beside it";
-      figures.push_back({picture.args[0], written[i], caption, command});
+          i == 0 ? command.caption : "the histogram chart of the command beside it";
+      figures.push_back({command.args[0], written[i], caption, commandText});
     }
     if (!made) fail(failedFile, problem);
   }
