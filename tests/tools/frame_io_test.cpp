@@ -549,6 +549,26 @@ TEST(FrameIo, FailedPictureWritesLeaveNothingAndKeepTheOldTarget) {
   EXPECT_EQ(folder.Names(), (std::vector<std::string>{"old.png", "old.xyz", "taken.png"}));
 }
 
+TEST(FrameIo, WriteBytesAtomicallyWritesExactlyTheBytesOrNothing) {
+  ScratchFolder folder;
+  std::string error;
+  const std::string text("<p>one</p>\n\0two", 15);
+  ASSERT_TRUE(WriteBytesAtomically(folder / "index.html", text.data(), text.size(), &error))
+      << error;
+  EXPECT_EQ(FileBytes(folder / "index.html"), std::vector<unsigned char>(text.begin(), text.end()));
+  ASSERT_TRUE(WriteBytesAtomically(folder / "index.html", "x", 1, &error)) << error;
+  EXPECT_EQ(FileBytes(folder / "index.html"), std::vector<unsigned char>{'x'});
+  ASSERT_TRUE(WriteBytesAtomically(folder / "empty", nullptr, 0, &error)) << error;
+  EXPECT_TRUE(FileBytes(folder / "empty").empty());
+
+  EXPECT_FALSE(WriteBytesAtomically(folder / "missing" / "a.html", "x", 1, &error));
+  EXPECT_EQ(error, "cannot write the file: the folder does not exist");
+  // The target is a folder: the rename fails and the temporary file is removed.
+  fs::create_directory(folder / "taken.html");
+  EXPECT_FALSE(WriteBytesAtomically(folder / "taken.html", "x", 1, nullptr));
+  EXPECT_EQ(folder.Names(), (std::vector<std::string>{"empty", "index.html", "taken.html"}));
+}
+
 TEST(FrameIo, ParallelWritersInOneFolderAllSucceed) {
   ScratchFolder folder;
   constexpr int kThreads = 8;

@@ -136,6 +136,34 @@ TEST(Options, HelpWins) {
   }
 }
 
+// The OPTIONS section is laid out from the option table: headings at column 4, text at column 27,
+// a wide heading on a line of its own, continuation lines indented to the text.
+TEST(Options, HelpLaysOutEveryOptionEntry) {
+  const std::string usage = UsageText();
+  for (const char* entry : {
+           "\nOPTIONS\n    -o, --output OUTPUT    output picture or folder\n",
+           "\n    --map MAP              colour map 0..10 or grey, rainbow, hot, diverging, "
+           "isoluminant, rgb,\n                           jet (default rainbow; 7..10 colour in "
+           "grey)\n",
+           "\n    --resolution-x/-y/-z V, --offset-x/-y/-z V\n                           the range "
+           "image's resolution and offset per axis (default 1 and 0)\n    --bounds LOW HIGH  ",
+           "\n    --percentile LOW HIGH  linear: bounds at these percentiles of the valid pixels\n",
+           "\n    --auto, --values, --indices, --legend FILE, --segmented\n                      "
+           "     scale, see above\n    --light, --eye, --coefficients\n",
+           "\n    --jobs N               files coloured at once (default: one per core)\n    -h, "
+           "--help             this text\n\nEXIT STATUS\n",
+       }) {
+    EXPECT_NE(usage.find(entry), std::string::npos) << entry;
+  }
+}
+
+TEST(Options, OutputHasALongSpellingThatReportsAsTheShortOne) {
+  EXPECT_EQ(Parse("equalize a.png --output b.png").output, "b.png");
+  EXPECT_EQ(Parse("equalize a.png --output=c.png").output, "c.png");
+  EXPECT_EQ(ErrorOf("demo out --output x"), "-o does not apply to demo");
+  EXPECT_EQ(ErrorOf("equalize a.png --output"), "-o: missing value");
+}
+
 TEST(Options, BadCommandLinesNameTheProblem) {
   const struct {
     const char* line;

@@ -94,10 +94,9 @@ bool ListFrames(const fs::path& folder, bool rawGiven, std::vector<fs::path>* fr
   return true;
 }
 
-// The folder an output file goes into, created when missing.
-bool PrepareParentFolder(const fs::path& file, std::string* error) {
-  const fs::path folder = file.parent_path();
-  if (folder.empty() || KindOf(folder) == Kind::kFolder) return true;
+// `folder` with the folders above it, those that are missing created.
+bool EnsureFolder(const fs::path& folder, std::string* error) {
+  if (KindOf(folder) == Kind::kFolder) return true;
   std::error_code code;
   fs::create_directories(folder, code);
   if (code) {
@@ -105,6 +104,12 @@ bool PrepareParentFolder(const fs::path& file, std::string* error) {
     return false;
   }
   return true;
+}
+
+// The folder an output file goes into, created when missing.
+bool PrepareParentFolder(const fs::path& file, std::string* error) {
+  const fs::path folder = file.parent_path();
+  return folder.empty() || EnsureFolder(folder, error);
 }
 
 bool PlanBlend(const Options& options, std::vector<Job>* jobs, std::string* error) {
@@ -148,19 +153,11 @@ bool PlanBlend(const Options& options, std::vector<Job>* jobs, std::string* erro
 
 // -o as the folder of every output: created when missing, refused when it is an existing file.
 bool PrepareOutputFolder(const fs::path& folder, std::string* error) {
-  const Kind kind = KindOf(folder);
-  if (kind == Kind::kFolder) return true;
-  if (kind == Kind::kFile) {
+  if (KindOf(folder) == Kind::kFile) {
     *error = "-o " + folder.string() + " is an existing file, several outputs need a folder";
     return false;
   }
-  std::error_code code;
-  fs::create_directories(folder, code);
-  if (code) {
-    *error = "cannot create the folder " + folder.string() + ": " + code.message();
-    return false;
-  }
-  return true;
+  return EnsureFolder(folder, error);
 }
 
 bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::string* error) {

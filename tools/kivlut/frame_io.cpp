@@ -252,8 +252,8 @@ std::string WhyNotWritable(const fs::path& file) {
   return "the encoder failed";
 }
 
-bool WriteBytesAtomically(const fs::path& file, const unsigned char* bytes, std::size_t size,
-                          std::string* error) {
+bool WriteBytesOrThrow(const fs::path& file, const void* bytes, std::size_t size,
+                       std::string* error) {
   if (!FolderExists(file)) {
     *error = "cannot write the file: the folder does not exist";
     return false;
@@ -267,7 +267,7 @@ bool WriteBytesAtomically(const fs::path& file, const unsigned char* bytes, std:
                (errno != 0 ? SystemReason(errno) : std::string("the file cannot be created"));
       return false;
     }
-    out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+    out.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
     out.close();
     if (out.fail()) {
       *error = "cannot write the file: " +
@@ -278,48 +278,43 @@ bool WriteBytesAtomically(const fs::path& file, const unsigned char* bytes, std:
   return temp.MoveOver(file, error);
 }
 
-bool FormatHolds(FrameFormat format, int type) {
-  switch (format) {
-    case FrameFormat::kPng:
-      return type == KIVMV::KIV_DATA_U8 || type == KIVMV::KIV_DATA_U16;
-    case FrameFormat::kTiff:
-      return type == KIVMV::KIV_DATA_U8 || type == KIVMV::KIV_DATA_U16 ||
-             type == KIVMV::KIV_DATA_F32;
-    case FrameFormat::kPfm:
-      return type == KIVMV::KIV_DATA_F32;
-    case FrameFormat::kRaw:
-      return KIVMV::IsKnownSampleType(type);
+// What each frame format is called, the extension that makes OpenCV choose its encoder ("" for
+// raw, which bypasses OpenCV), and the pixel types it holds unchanged, one bit per KivDataType.
+struct FormatTraits {
+  FrameFormat format;
+  const char* name;
+  const char* encoderExtension;
+  unsigned heldTypes;
+};
+
+constexpr unsigned TypeBit(KIVMV::KivDataType type) { return 1u << type; }
+// The bits of KIV_DATA_U8 .. KIV_DATA_F64, which are 0 .. 6.
+constexpr unsigned kEveryType = TypeBit(KIVMV::KIV_DATA_F64) * 2 - 1;
+
+constexpr FormatTraits kFormats[] = {
+    {FrameFormat::kPng, "PNG", ".png", TypeBit(KIVMV::KIV_DATA_U8) | TypeBit(KIVMV::KIV_DATA_U16)},
+    {FrameFormat::kTiff, "TIFF", ".tiff",
+     TypeBit(KIVMV::KIV_DATA_U8) | TypeBit(KIVMV::KIV_DATA_U16) | TypeBit(KIVMV::KIV_DATA_F32)},
+    {FrameFormat::kPfm, "PFM", ".pfm", TypeBit(KIVMV::KIV_DATA_F32)},
+    {FrameFormat::kRaw, "raw", "", kEveryType},
+};
+
+const FormatTraits* TraitsOf(FrameFormat format) {
+  for (const FormatTraits& traits : kFormats) {
+    if (traits.format == format) return &traits;
   }
-  return false;
+  return nullptr;
+}
+
+bool FormatHolds(FrameFormat format, int type) {
+  const FormatTraits* traits = TraitsOf(format);
+  return traits != nullptr && KIVMV::IsKnownSampleType(type) &&
+         (traits->heldTypes & TypeBit(static_cast<KIVMV::KivDataType>(type))) != 0;
 }
 
 const char* FormatName(FrameFormat format) {
-  switch (format) {
-    case FrameFormat::kPng:
-      return "PNG";
-    case FrameFormat::kTiff:
-      return "TIFF";
-    case FrameFormat::kPfm:
-      return "PFM";
-    case FrameFormat::kRaw:
-      return "raw";
-  }
-  return "?";
-}
-
-// The extension that makes OpenCV choose the format's encoder.
-const char* EncoderExtension(FrameFormat format) {
-  switch (format) {
-    case FrameFormat::kPng:
-      return ".png";
-    case FrameFormat::kTiff:
-      return ".tiff";
-    case FrameFormat::kPfm:
-      return ".pfm";
-    case FrameFormat::kRaw:
-      break;
-  }
-  return "";
+  const FormatTraits* traits = TraitsOf(format);
+  return traits != nullptr ? traits->name : "?";
 }
 
 bool WriteRangeFrameOrThrow(const fs::path& file, const KIVMV::KivRangeImage& image,
@@ -350,14 +345,14 @@ bool WriteRangeFrameOrThrow(const fs::path& file, const KIVMV::KivRangeImage& im
       ordered = pixels.clone();
       ReverseEachSample(ordered.data, ordered.total(), ordered.elemSize1());
     }
-    return WriteBytesAtomically(file, ordered.data, ordered.total() * ordered.elemSize(), error);
+    return WriteBytesOrThrow(file, ordered.data, ordered.total() * ordered.elemSize(), error);
   }
   std::vector<unsigned char> encoded;
-  if (!cv::imencode(EncoderExtension(format), pixels, encoded)) {
+  if (!cv::imencode(TraitsOf(format)->encoderExtension, pixels, encoded)) {
     *error = std::string("cannot encode the pixels as ") + FormatName(format);
     return false;
   }
-  return WriteBytesAtomically(file, encoded.data(), encoded.size(), error);
+  return WriteBytesOrThrow(file, encoded.data(), encoded.size(), error);
 }
 
 bool WritePictureOrThrow(const fs::path& file, const cv::Mat& picture, std::string* error) {
@@ -384,6 +379,22 @@ bool WritePictureOrThrow(const fs::path& file, const cv::Mat& picture, std::stri
     return false;
   }
   return temp.MoveOver(file, error);
+}
+
+// Runs a write that may throw; an exception becomes "FAILURE: what" in `error` (which may be null),
+// so that nothing escapes to the caller and every failure reads like the others.
+template <typename Write>
+bool Guarded(const char* failure, std::string* error, Write write) {
+  std::string ignored;
+  std::string& why = error != nullptr ? *error : ignored;
+  try {
+    return write(&why);
+  } catch (const cv::Exception& e) {
+    why = std::string(failure) + ": " + e.err;
+  } catch (const std::exception& e) {
+    why = std::string(failure) + ": " + e.what();
+  }
+  return false;
 }
 
 }  // namespace
@@ -441,30 +452,21 @@ std::optional<KIVMV::KivRangeImage> ToRangeImage(const cv::Mat& pixels, const Ax
 
 bool WriteRangeFrame(const std::filesystem::path& file, const KIVMV::KivRangeImage& image,
                      FrameFormat format, std::string* error) {
-  std::string ignored;
-  std::string& why = error != nullptr ? *error : ignored;
-  try {
-    return WriteRangeFrameOrThrow(file, image, format, &why);
-  } catch (const cv::Exception& e) {
-    why = "cannot write the file: " + e.err;
-  } catch (const std::exception& e) {
-    why = std::string("cannot write the file: ") + e.what();
-  }
-  return false;
+  return Guarded("cannot write the file", error, [&](std::string* why) {
+    return WriteRangeFrameOrThrow(file, image, format, why);
+  });
 }
 
 bool WritePictureAtomically(const std::filesystem::path& file, const cv::Mat& picture,
                             std::string* error) {
-  std::string ignored;
-  std::string& why = error != nullptr ? *error : ignored;
-  try {
-    return WritePictureOrThrow(file, picture, &why);
-  } catch (const cv::Exception& e) {
-    why = "cannot write the picture: " + e.err;
-  } catch (const std::exception& e) {
-    why = std::string("cannot write the picture: ") + e.what();
-  }
-  return false;
+  return Guarded("cannot write the picture", error,
+                 [&](std::string* why) { return WritePictureOrThrow(file, picture, why); });
+}
+
+bool WriteBytesAtomically(const std::filesystem::path& file, const void* bytes, std::size_t size,
+                          std::string* error) {
+  return Guarded("cannot write the file", error,
+                 [&](std::string* why) { return WriteBytesOrThrow(file, bytes, size, why); });
 }
 
 bool LooksLikeFrame(const std::filesystem::path& file, bool rawGiven) {

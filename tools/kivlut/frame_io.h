@@ -1,6 +1,7 @@
 // Reading frames and pictures from files, and writing them so that a failure leaves nothing behind.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <opencv2/core.hpp>
 #include <optional>
@@ -39,6 +40,11 @@ bool WriteRangeFrame(const std::filesystem::path& file, const KIVMV::KivRangeIma
 // untouched.
 bool WritePictureAtomically(const std::filesystem::path& file, const cv::Mat& picture,
                             std::string* error);
+
+// Writes `size` bytes into a temporary file in the same folder, then renames it over `file`; on
+// failure the temporary file is removed, `file` is untouched and `error` says why.
+bool WriteBytesAtomically(const std::filesystem::path& file, const void* bytes, std::size_t size,
+                          std::string* error);
 
 // Whether a file met in an input folder is a frame: .png, .tif, .tiff, .pfm, and .raw when
 // `rawGiven`.

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "batch.h"
-#include "demo_gallery.h"
+#include "gallery_writer.h"
 #include "options.h"
 
 int main(int argc, char** argv) {

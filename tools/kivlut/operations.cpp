@@ -98,36 +98,13 @@ KIVMV::Kiv3DFloatArray FloatArrayOf(const KivRangeImage& floatHeights) {
   return values;
 }
 
-template <typename T>
-void CopyRawValues(const KivRangeImage& image, KIVMV::Kiv3DIntArray* values) {
-  const cv::Mat& mat = image.Mat();
-  int index = 0;
-  for (int row = 0; row < mat.rows; ++row) {
-    const T* pixels = mat.ptr<T>(row);
-    for (int col = 0; col < mat.cols; ++col) (*values)[index++] = pixels[col];
-  }
-}
-
-// The raw values of an integer range image, widened to int.
+// The raw values of an integer range image, widened to int (every integer pixel type fits); the
+// conversion writes into the array's own buffer.
 KIVMV::Kiv3DIntArray IntArrayOf(const KivRangeImage& image) {
   KIVMV::Kiv3DIntArray values(image.Width() * image.Height());
-  switch (image.DataType()) {
-    case KIVMV::KIV_DATA_U8:
-      CopyRawValues<uint8_t>(image, &values);
-      break;
-    case KIVMV::KIV_DATA_S8:
-      CopyRawValues<int8_t>(image, &values);
-      break;
-    case KIVMV::KIV_DATA_U16:
-      CopyRawValues<uint16_t>(image, &values);
-      break;
-    case KIVMV::KIV_DATA_S16:
-      CopyRawValues<int16_t>(image, &values);
-      break;
-    default:
-      CopyRawValues<int32_t>(image, &values);
-      break;
-  }
+  const cv::Mat& pixels = image.Mat();
+  cv::Mat widened(pixels.rows, pixels.cols, CV_32SC1, values.Data());
+  pixels.convertTo(widened, CV_32S);
   return values;
 }
 

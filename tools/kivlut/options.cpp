@@ -1,3 +1,6 @@
+// The command line. Every option is one row of a table (name, argument, the operations it
+// belongs to, how its values are stored, its help); parsing, the refusal of an option that does
+// not belong to the operation, and the OPTIONS section of --help are all read from it.
 #include "options.h"
 
 #include <cerrno>
@@ -5,7 +8,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -14,16 +16,28 @@
 namespace kivlut {
 namespace {
 
-constexpr const char* kMapNames[] = {"grey",        "rainbow", "hot", "diverging",
-                                     "isoluminant", "rgb",     "jet"};
+struct OperationWord {
+  Operation operation;
+  const char* word;
+};
 
-const std::map<std::string, Operation>& OperationWords() {
-  static const std::map<std::string, Operation> words = {
-      {"equalize", Operation::kEqualize}, {"linear", Operation::kLinear},
-      {"scale", Operation::kScale},       {"normals", Operation::kNormals},
-      {"shade", Operation::kShade},       {"grey", Operation::kGrey},
-      {"blend", Operation::kBlend},       {"demo", Operation::kDemo}};
-  return words;
+constexpr OperationWord kOperationWords[] = {
+    {Operation::kEqualize, "equalize"}, {Operation::kLinear, "linear"},
+    {Operation::kScale, "scale"},       {Operation::kNormals, "normals"},
+    {Operation::kShade, "shade"},       {Operation::kGrey, "grey"},
+    {Operation::kBlend, "blend"},       {Operation::kDemo, "demo"}};
+
+// Maps 7..10 have no name and colour in grey.
+constexpr int kHighestMap = 10;
+
+// "a, b, c" with `beforeLast` in place of the last ", ".
+std::string Listed(const std::vector<std::string>& words, const std::string& beforeLast) {
+  std::string text;
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (i > 0) text += i + 1 == words.size() ? beforeLast : ", ";
+    text += words[i];
+  }
+  return text;
 }
 
 std::optional<double> ParseNumber(const std::string& text) {
@@ -53,13 +67,14 @@ std::vector<std::string> SplitCommas(const std::string& text) {
   return parts;
 }
 
-template <typename T, size_t N, typename Parse>
-std::optional<std::array<T, N>> ParseList(const std::string& text, Parse parse) {
+// N comma-separated values, each parsed by ParseElement.
+template <typename T, size_t N, auto ParseElement>
+std::optional<std::array<T, N>> ParseList(const std::string& text) {
   const std::vector<std::string> parts = SplitCommas(text);
   if (parts.size() != N) return std::nullopt;
   std::array<T, N> values{};
   for (size_t i = 0; i < N; ++i) {
-    const auto value = parse(parts[i]);
+    const auto value = ParseElement(parts[i]);
     if (!value) return std::nullopt;
     values[i] = static_cast<T>(*value);
   }
@@ -67,7 +82,7 @@ std::optional<std::array<T, N>> ParseList(const std::string& text, Parse parse) 
 }
 
 std::optional<Rgb> ParseRgb(const std::string& text) {
-  const auto values = ParseList<int, 3>(text, ParseInteger);
+  const auto values = ParseList<int, 3, ParseInteger>(text);
   if (!values) return std::nullopt;
   for (int v : *values) {
     if (v < 0 || v > 255) return std::nullopt;
@@ -96,237 +111,233 @@ std::optional<RawLayout> ParseRawLayout(const std::string& text) {
   return RawLayout{*width, *height, *type};
 }
 
-// The operations an option belongs to; an option given to another operation is an error, so a
-// misspelt intention never runs silently with defaults.
-using OperationSet = std::set<Operation>;
-const OperationSet kRangeOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
-                                       Operation::kNormals, Operation::kShade};
-const OperationSet kAllButDemo = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
-                                  Operation::kNormals,  Operation::kShade,  Operation::kGrey,
-                                  Operation::kBlend};
-const OperationSet kMappedOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
-                                        Operation::kShade, Operation::kGrey};
+std::optional<int> ParseCount(const std::string& text) {
+  const auto count = ParseInteger(text);
+  if (!count || *count < 0) return std::nullopt;
+  return count;
+}
 
-struct OptionRule {
-  int valueCount;
-  OperationSet operations;
-  // Stores the values; returns the reason they are bad, or "" when they are fine.
-  std::function<std::string(const std::vector<std::string>&, Options&)> apply;
+std::optional<std::string> ParseText(const std::string& text) { return text; }
+
+// How the word of a value becomes a T, and what a bad word should have been.
+template <typename T>
+struct ValueKind {
+  std::optional<T> (*parse)(const std::string&);
+  std::string expected;
 };
+
+const ValueKind<std::string> kText{ParseText, ""};
+const ValueKind<double> kNumber{ParseNumber, "a number"};
+const ValueKind<int> kWholeNumber{ParseInteger, "a whole number"};
+const ValueKind<int> kCount{ParseCount, "a count >= 0"};
+const ValueKind<Rgb> kColour{ParseRgb, "R,G,B with each 0..255"};
+const ValueKind<std::array<float, 3>> kPoint{ParseList<float, 3, ParseFloatNumber>, "X,Y,Z"};
+const ValueKind<std::array<float, 4>> kCoefficients{ParseList<float, 4, ParseFloatNumber>,
+                                                    "GAIN,AMBIENT,DIFFUSE,SPECULAR"};
+const ValueKind<std::array<double, 5>> kBreakValues{ParseList<double, 5, ParseNumber>,
+                                                    "five numbers V0,...,V4"};
+const ValueKind<std::array<int, 5>> kBreakIndices{ParseList<int, 5, ParseInteger>,
+                                                  "five whole numbers I0,...,I4"};
+
+ValueKind<int> MapKind() {
+  const std::vector<std::string> names(std::begin(kMapNames), std::end(kMapNames));
+  return {ParseMapType, "0.." + std::to_string(kHighestMap) + " or " + Listed(names, ", ")};
+}
+
+ValueKind<RawLayout> RawLayoutKind() {
+  std::string types;
+  for (int type = KIVMV::KIV_DATA_U8; type <= KIVMV::KIV_DATA_F64; ++type) {
+    types += std::string(type > KIVMV::KIV_DATA_U8 ? " " : "") +
+             PixelTypeName(static_cast<KIVMV::KivDataType>(type));
+  }
+  return {ParseRawLayout, "WIDTHxHEIGHT:TYPE, TYPE one of " + types};
+}
+
+using Values = std::vector<std::string>;
+// Stores the values of the option named first; returns why they are bad, or "" when they are
+// fine.
+using Setter = std::function<std::string(const std::string&, const Values&, Options&)>;
 
 std::string BadValue(const std::string& option, const std::string& value,
                      const std::string& expected) {
   return option + ": bad value '" + value + "' (expected " + expected + ")";
 }
 
-std::function<std::string(const std::vector<std::string>&, Options&)> AxisSetter(
-    const std::string& name, bool resolution, int axis) {
-  return [name, resolution, axis](const std::vector<std::string>& v, Options& o) -> std::string {
-    const auto value = ParseNumber(v[0]);
-    if (!value) return BadValue(name, v[0], "a number");
-    (resolution ? o.axes.resolution : o.axes.offset)[axis] = *value;
-    return "";
+// Parses every value by `kind`, the first bad one refused, and hands them all to `store`.
+template <typename T, typename Store>
+Setter Parsed(ValueKind<T> kind, Store store) {
+  return [kind, store](const std::string& option, const Values& words, Options& o) {
+    std::vector<T> values;
+    for (const std::string& word : words) {
+      const std::optional<T> value = kind.parse(word);
+      if (!value) return BadValue(option, word, kind.expected);
+      values.push_back(*value);
+    }
+    store(o, values);
+    return std::string();
   };
 }
 
-const std::map<std::string, OptionRule>& OptionRules() {
-  using Values = std::vector<std::string>;
-  static const std::map<std::string, OptionRule> rules = {
-      {"-o",
-       {1, kAllButDemo,
-        [](const Values& v, Options& o) {
-          o.output = v[0];
-          return std::string();
-        }}},
-      {"--map",
-       {1, kMappedOperations,
-        [](const Values& v, Options& o) {
-          const auto map = ParseMapType(v[0]);
-          if (!map) {
-            return BadValue("--map", v[0],
-                            "0..10 or grey, rainbow, hot, diverging, isoluminant, rgb, "
-                            "jet");
-          }
-          o.mapType = *map;
-          return std::string();
-        }}},
-      {"--raw",
-       {1, kAllButDemo,
-        [](const Values& v, Options& o) {
-          const auto layout = ParseRawLayout(v[0]);
-          if (!layout) {
-            return BadValue("--raw", v[0],
-                            "WIDTHxHEIGHT:TYPE, TYPE one of u8 s8 u16 s16 s32 f32 f64");
-          }
-          o.raw = *layout;
-          return std::string();
-        }}},
-      {"--resolution-x", {1, kRangeOperations, AxisSetter("--resolution-x", true, 0)}},
-      {"--resolution-y", {1, kRangeOperations, AxisSetter("--resolution-y", true, 1)}},
-      {"--resolution-z", {1, kRangeOperations, AxisSetter("--resolution-z", true, 2)}},
-      {"--offset-x", {1, kRangeOperations, AxisSetter("--offset-x", false, 0)}},
-      {"--offset-y", {1, kRangeOperations, AxisSetter("--offset-y", false, 1)}},
-      {"--offset-z", {1, kRangeOperations, AxisSetter("--offset-z", false, 2)}},
-      {"--stats",
-       {0, kAllButDemo,
-        [](const Values&, Options& o) {
-          o.stats = true;
-          return std::string();
-        }}},
-      {"--jobs",
-       {1, kAllButDemo,
-        [](const Values& v, Options& o) {
-          const auto jobs = ParseInteger(v[0]);
-          if (!jobs || *jobs < 0) return BadValue("--jobs", v[0], "a count >= 0");
-          o.jobs = *jobs;
-          return std::string();
-        }}},
-      {"--bounds",
-       {2,
-        {Operation::kEqualize, Operation::kLinear, Operation::kGrey},
-        [](const Values& v, Options& o) {
-          const auto low = ParseNumber(v[0]);
-          const auto high = ParseNumber(v[1]);
-          if (!low) return BadValue("--bounds", v[0], "a number");
-          if (!high) return BadValue("--bounds", v[1], "a number");
-          o.bounds = std::make_pair(*low, *high);
-          return std::string();
-        }}},
-      {"--index",
-       {2,
-        {Operation::kEqualize, Operation::kLinear, Operation::kGrey},
-        [](const Values& v, Options& o) {
-          const auto low = ParseInteger(v[0]);
-          const auto high = ParseInteger(v[1]);
-          if (!low) return BadValue("--index", v[0], "a whole number");
-          if (!high) return BadValue("--index", v[1], "a whole number");
-          o.indexRange = std::make_pair(*low, *high);
-          return std::string();
-        }}},
-      {"--below",
-       {1,
-        {Operation::kEqualize, Operation::kLinear, Operation::kGrey, Operation::kScale},
-        [](const Values& v, Options& o) {
-          const auto rgb = ParseRgb(v[0]);
-          if (!rgb) return BadValue("--below", v[0], "R,G,B with each 0..255");
-          o.below = *rgb;
-          return std::string();
-        }}},
-      {"--above",
-       {1,
-        {Operation::kEqualize, Operation::kLinear, Operation::kGrey, Operation::kScale},
-        [](const Values& v, Options& o) {
-          const auto rgb = ParseRgb(v[0]);
-          if (!rgb) return BadValue("--above", v[0], "R,G,B with each 0..255");
-          o.above = *rgb;
-          return std::string();
-        }}},
-      {"--percentile",
-       {2,
-        {Operation::kLinear},
-        [](const Values& v, Options& o) {
-          const auto low = ParseNumber(v[0]);
-          const auto high = ParseNumber(v[1]);
-          if (!low) return BadValue("--percentile", v[0], "a number");
-          if (!high) return BadValue("--percentile", v[1], "a number");
-          o.percentile = std::make_pair(*low, *high);
-          return std::string();
-        }}},
-      {"--array",
-       {0,
-        {Operation::kEqualize, Operation::kLinear, Operation::kScale},
-        [](const Values&, Options& o) {
-          o.asArray = true;
-          return std::string();
-        }}},
-      {"--equalize",
-       {0,
-        {Operation::kGrey},
-        [](const Values&, Options& o) {
-          o.equalizeGrey = true;
-          return std::string();
-        }}},
-      {"--auto",
-       {0,
-        {Operation::kScale},
-        [](const Values&, Options& o) {
-          o.automatic = true;
-          return std::string();
-        }}},
-      {"--values",
-       {1,
-        {Operation::kScale},
-        [](const Values& v, Options& o) {
-          const auto values = ParseList<double, 5>(v[0], ParseNumber);
-          if (!values) return BadValue("--values", v[0], "five numbers V0,...,V4");
-          o.scaleValues = *values;
-          return std::string();
-        }}},
-      {"--indices",
-       {1,
-        {Operation::kScale},
-        [](const Values& v, Options& o) {
-          const auto indices = ParseList<int, 5>(v[0], ParseInteger);
-          if (!indices) {
-            return BadValue("--indices", v[0], "five whole numbers I0,...,I4");
-          }
-          o.scaleIndices = *indices;
-          return std::string();
-        }}},
-      {"--legend",
-       {1,
-        {Operation::kScale},
-        [](const Values& v, Options& o) {
-          o.legendPath = v[0];
-          return std::string();
-        }}},
-      {"--segmented",
-       {0,
-        {Operation::kScale},
-        [](const Values&, Options& o) {
-          o.segmented = true;
-          return std::string();
-        }}},
-      {"--light",
-       {1,
-        {Operation::kShade},
-        [](const Values& v, Options& o) {
-          const auto xyz = ParseList<float, 3>(v[0], ParseFloatNumber);
-          if (!xyz) return BadValue("--light", v[0], "X,Y,Z");
-          o.light = *xyz;
-          return std::string();
-        }}},
-      {"--eye",
-       {1,
-        {Operation::kShade},
-        [](const Values& v, Options& o) {
-          const auto xyz = ParseList<float, 3>(v[0], ParseFloatNumber);
-          if (!xyz) return BadValue("--eye", v[0], "X,Y,Z");
-          o.eye = *xyz;
-          return std::string();
-        }}},
-      {"--coefficients",
-       {1,
-        {Operation::kShade},
-        [](const Values& v, Options& o) {
-          const auto c = ParseList<float, 4>(v[0], ParseFloatNumber);
-          if (!c) {
-            return BadValue("--coefficients", v[0], "GAIN,AMBIENT,DIFFUSE,SPECULAR");
-          }
-          o.coefficients = *c;
-          return std::string();
-        }}},
-      {"--alpha",
-       {1,
-        {Operation::kBlend},
-        [](const Values& v, Options& o) {
-          const auto alpha = ParseNumber(v[0]);
-          if (!alpha) return BadValue("--alpha", v[0], "a number");
-          o.alpha = *alpha;
-          return std::string();
-        }}},
+// The one value into `field`.
+template <typename T, typename Field>
+Setter Store(Field Options::*field, ValueKind<T> kind) {
+  return Parsed(kind, [field](Options& o, const std::vector<T>& v) { o.*field = v[0]; });
+}
+
+// The two values, low and high, into `field`.
+template <typename T>
+Setter StorePair(std::optional<std::pair<T, T>> Options::*field, ValueKind<T> kind) {
+  return Parsed(kind, [field](Options& o, const std::vector<T>& v) {
+    o.*field = std::make_pair(v[0], v[1]);
+  });
+}
+
+// One axis of the resolution or of the offset.
+Setter StoreAxis(std::array<double, 3> Axes::*axes, int axis) {
+  return Parsed(kNumber, [axes, axis](Options& o, const std::vector<double>& v) {
+    (o.axes.*axes)[axis] = v[0];
+  });
+}
+
+// A switch: given means true.
+Setter Raise(bool Options::*field) {
+  return [field](const std::string&, const Values&, Options& o) {
+    o.*field = true;
+    return std::string();
   };
-  return rules;
+}
+
+// The operations an option belongs to; an option given to another operation is an error, so a
+// misspelt intention never runs silently with defaults.
+using OperationSet = std::set<Operation>;
+const OperationSet kAllButDemo = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
+                                  Operation::kNormals,  Operation::kShade,  Operation::kGrey,
+                                  Operation::kBlend};
+const OperationSet kMappedOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
+                                        Operation::kShade, Operation::kGrey};
+const OperationSet kRangeOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
+                                       Operation::kNormals, Operation::kShade};
+const OperationSet kBoundedOperations = {Operation::kEqualize, Operation::kLinear,
+                                         Operation::kGrey};
+const OperationSet kOutsideColourOperations = {Operation::kEqualize, Operation::kLinear,
+                                               Operation::kGrey, Operation::kScale};
+const OperationSet kArrayOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale};
+
+OperationSet Only(Operation operation) { return {operation}; }
+
+struct OptionSpec {
+  const char* name;
+  const char* argument;  // the values in --help, one word each; "" for a switch
+  OperationSet operations;
+  Setter set;
+  // Its --help text, a line break where the text continues on the next line; nullptr when the
+  // option is explained together with the one above it.
+  const char* help;
+  const char* heading = nullptr;  // --help's left column when it is not "NAME ARGUMENT"
+};
+
+// In the order --help lists them.
+const std::vector<OptionSpec>& OptionTable() {
+  static const std::vector<OptionSpec> table = {
+      {"-o", "OUTPUT", kAllButDemo, Store(&Options::output, kText), "output picture or folder"},
+      {"--map", "MAP", kMappedOperations, Store(&Options::mapType, MapKind()),
+       "colour map 0..10 or grey, rainbow, hot, diverging, isoluminant, rgb,\n"
+       "jet (default rainbow; 7..10 colour in grey)"},
+      {"--raw", "WxH:TYPE", kAllButDemo, Store(&Options::raw, RawLayoutKind()),
+       "read inputs as headerless little-endian pixels, TYPE one of\nu8 s8 u16 s16 s32 f32 f64"},
+      {"--resolution-x", "V", kRangeOperations, StoreAxis(&Axes::resolution, 0),
+       "the range image's resolution and offset per axis (default 1 and 0)",
+       "--resolution-x/-y/-z V, --offset-x/-y/-z V"},
+      {"--resolution-y", "V", kRangeOperations, StoreAxis(&Axes::resolution, 1), nullptr},
+      {"--resolution-z", "V", kRangeOperations, StoreAxis(&Axes::resolution, 2), nullptr},
+      {"--offset-x", "V", kRangeOperations, StoreAxis(&Axes::offset, 0), nullptr},
+      {"--offset-y", "V", kRangeOperations, StoreAxis(&Axes::offset, 1), nullptr},
+      {"--offset-z", "V", kRangeOperations, StoreAxis(&Axes::offset, 2), nullptr},
+      {"--bounds", "LOW HIGH", kBoundedOperations, StorePair(&Options::bounds, kNumber),
+       "bounds in physical units (grey: whole grey levels)"},
+      {"--index", "LO HI", kBoundedOperations, StorePair(&Options::indexRange, kWholeNumber),
+       "table entries used inside the bounds (0..255)"},
+      {"--below", "R,G,B", kOutsideColourOperations, Store(&Options::below, kColour),
+       "colour of values below the bounds (default 0,0,0)"},
+      {"--above", "R,G,B", kOutsideColourOperations, Store(&Options::above, kColour),
+       "colour of values above the bounds (default 255,255,255)"},
+      {"--percentile", "LOW HIGH", Only(Operation::kLinear),
+       StorePair(&Options::percentile, kNumber),
+       "linear: bounds at these percentiles of the valid pixels"},
+      {"--array", "", kArrayOperations, Raise(&Options::asArray),
+       "equalize, linear, scale: colour the pixels as a flat array (integer\n"
+       "pixels as a Kiv3DIntArray of raw values, float pixels as a\nKiv3DFloatArray of heights)"},
+      {"--equalize", "", Only(Operation::kGrey), Raise(&Options::equalizeGrey),
+       "grey: equalised instead of linear"},
+      {"--auto", "", Only(Operation::kScale), Raise(&Options::automatic), "scale, see above",
+       "--auto, --values, --indices, --legend FILE, --segmented"},
+      {"--values", "V0,...,V4", Only(Operation::kScale), Store(&Options::scaleValues, kBreakValues),
+       nullptr},
+      {"--indices", "I0,...,I4", Only(Operation::kScale),
+       Store(&Options::scaleIndices, kBreakIndices), nullptr},
+      {"--legend", "FILE", Only(Operation::kScale), Store(&Options::legendPath, kText), nullptr},
+      {"--segmented", "", Only(Operation::kScale), Raise(&Options::segmented), nullptr},
+      {"--light", "X,Y,Z", Only(Operation::kShade), Store(&Options::light, kPoint),
+       "shade, see above", "--light, --eye, --coefficients"},
+      {"--eye", "X,Y,Z", Only(Operation::kShade), Store(&Options::eye, kPoint), nullptr},
+      {"--coefficients", "GAIN,AMBIENT,DIFFUSE,SPECULAR", Only(Operation::kShade),
+       Store(&Options::coefficients, kCoefficients), nullptr},
+      {"--alpha", "ALPHA", Only(Operation::kBlend), Store(&Options::alpha, kNumber),
+       "blend weight of A (default 0.5)"},
+      {"--stats", "", kAllButDemo, Raise(&Options::stats),
+       "print what the mapping measured: minimum, maximum, valid pixels,\nbounds used"},
+      {"--jobs", "N", kAllButDemo, Store(&Options::jobs, kCount),
+       "files coloured at once (default: one per core)"},
+  };
+  return table;
+}
+
+// Other spellings of an option, each with the name it stands for.
+constexpr std::pair<const char*, const char*> kAliases[] = {{"--output", "-o"}};
+
+const OptionSpec* FindOption(const std::string& name) {
+  std::string canonical = name;
+  for (const auto& alias : kAliases) {
+    if (name == alias.first) canonical = alias.second;
+  }
+  for (const OptionSpec& spec : OptionTable()) {
+    if (canonical == spec.name) return &spec;
+  }
+  return nullptr;
+}
+
+size_t ValueCount(const OptionSpec& spec) {
+  std::istringstream words(spec.argument);
+  size_t count = 0;
+  for (std::string word; words >> word;) ++count;
+  return count;
+}
+
+// "-o, --output OUTPUT": the name, its other spellings, the argument.
+std::string Heading(const OptionSpec& spec) {
+  if (spec.heading != nullptr) return spec.heading;
+  std::string heading = spec.name;
+  for (const auto& alias : kAliases) {
+    if (std::string(alias.second) == spec.name) heading += std::string(", ") + alias.first;
+  }
+  if (*spec.argument != '\0') heading += std::string(" ") + spec.argument;
+  return heading;
+}
+
+// One entry of OPTIONS: the heading indented by 4, the text from column 27, further lines of the
+// text indented to it; a heading too wide to leave two spaces before the text stands alone.
+std::string HelpEntry(const std::string& heading, const std::string& text) {
+  constexpr size_t kTextColumn = 27;
+  std::string entry = "    " + heading;
+  if (entry.size() + 2 <= kTextColumn) {
+    entry.resize(kTextColumn, ' ');
+  } else {
+    entry += "\n" + std::string(kTextColumn, ' ');
+  }
+  for (const char c : text) {
+    entry += c == '\n' ? "\n" + std::string(kTextColumn, ' ') : std::string(1, c);
+  }
+  return entry + "\n";
 }
 
 // Combinations that have no meaning; single values are the library's to judge, so that its own
@@ -361,38 +372,23 @@ std::string CheckCombination(const Options& o, const std::set<std::string>& give
 }  // namespace
 
 const char* OperationName(Operation operation) {
-  switch (operation) {
-    case Operation::kEqualize:
-      return "equalize";
-    case Operation::kLinear:
-      return "linear";
-    case Operation::kScale:
-      return "scale";
-    case Operation::kNormals:
-      return "normals";
-    case Operation::kShade:
-      return "shade";
-    case Operation::kGrey:
-      return "grey";
-    case Operation::kBlend:
-      return "blend";
-    case Operation::kDemo:
-      return "demo";
+  for (const OperationWord& entry : kOperationWords) {
+    if (entry.operation == operation) return entry.word;
   }
   return "?";
 }
 
 std::optional<int> ParseMapType(const std::string& text) {
-  for (int i = 0; i < 7; ++i) {
+  for (int i = 0; i < kNamedMapCount; ++i) {
     if (text == kMapNames[i]) return i;
   }
   const auto number = ParseInteger(text);
-  if (number && *number >= 0 && *number <= 10) return number;
+  if (number && *number >= 0 && *number <= kHighestMap) return number;
   return std::nullopt;
 }
 
 std::string MapName(int mapType) {
-  if (mapType >= 0 && mapType < 7) return kMapNames[mapType];
+  if (mapType >= 0 && mapType < kNamedMapCount) return kMapNames[mapType];
   return "map" + std::to_string(mapType);
 }
 
@@ -408,14 +404,19 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
       return parsed;
     }
   }
-  const auto word = OperationWords().find(args[0]);
-  if (word == OperationWords().end()) {
-    parsed.error = "unknown operation '" + args[0] +
-                   "' (use equalize, linear, scale, normals, shade, grey, blend or demo)";
+  Options options;
+  std::vector<std::string> operationWords;
+  const OperationWord* operation = nullptr;
+  for (const OperationWord& entry : kOperationWords) {
+    operationWords.push_back(entry.word);
+    if (args[0] == entry.word) operation = &entry;
+  }
+  if (operation == nullptr) {
+    parsed.error =
+        "unknown operation '" + args[0] + "' (use " + Listed(operationWords, " or ") + ")";
     return parsed;
   }
-  Options options;
-  options.operation = word->second;
+  options.operation = operation->operation;
   std::set<std::string> given;
   for (size_t i = 1; i < args.size(); ++i) {
     std::string name = args[i];
@@ -426,17 +427,17 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
         values.push_back(name.substr(equals + 1));
         name = name.substr(0, equals);
       }
-      if (name == "--output") name = "-o";
-      const auto rule = OptionRules().find(name);
-      if (rule == OptionRules().end()) {
+      const OptionSpec* spec = FindOption(name);
+      if (spec == nullptr) {
         parsed.error = "unknown option '" + name + "' (try kivlut --help)";
         return parsed;
       }
-      if (!rule->second.operations.count(options.operation)) {
+      name = spec->name;
+      if (!spec->operations.count(options.operation)) {
         parsed.error = name + " does not apply to " + OperationName(options.operation);
         return parsed;
       }
-      const size_t needed = static_cast<size_t>(rule->second.valueCount);
+      const size_t needed = ValueCount(*spec);
       if (values.size() > needed) {
         parsed.error = name + " takes no value";
         return parsed;
@@ -446,7 +447,7 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
         parsed.error = name + ": missing value";
         return parsed;
       }
-      const std::string problem = rule->second.apply(values, options);
+      const std::string problem = spec->set(name, values, options);
       if (!problem.empty()) {
         parsed.error = problem;
         return parsed;
@@ -466,6 +467,11 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
 }
 
 std::string UsageText() {
+  std::string options = "OPTIONS\n";
+  for (const OptionSpec& spec : OptionTable()) {
+    if (spec.help != nullptr) options += HelpEntry(Heading(spec), spec.help);
+  }
+  options += HelpEntry("-h, --help", "this text");
   return R"(NAME
     kivlut - colour range images, grey images and pictures with KivLUTSetting
 
@@ -508,33 +514,8 @@ OPERATIONS
     demo       generates a range image of machined parts and writes into OUTDIR every map under
                every mapping, the legend chart, the normal map and the shading, with index.html.
 
-OPTIONS
-    -o, --output OUTPUT    output picture or folder
-    --map MAP              colour map 0..10 or grey, rainbow, hot, diverging, isoluminant, rgb,
-                           jet (default rainbow; 7..10 colour in grey)
-    --raw WxH:TYPE         read inputs as headerless little-endian pixels, TYPE one of
-                           u8 s8 u16 s16 s32 f32 f64
-    --resolution-x/-y/-z V, --offset-x/-y/-z V
-                           the range image's resolution and offset per axis (default 1 and 0)
-    --bounds LOW HIGH      bounds in physical units (grey: whole grey levels)
-    --index LO HI          table entries used inside the bounds (0..255)
-    --below R,G,B          colour of values below the bounds (default 0,0,0)
-    --above R,G,B          colour of values above the bounds (default 255,255,255)
-    --percentile LOW HIGH  linear: bounds at these percentiles of the valid pixels
-    --array                equalize, linear, scale: colour the pixels as a flat array (integer
-                           pixels as a Kiv3DIntArray of raw values, float pixels as a
-                           Kiv3DFloatArray of heights)
-    --equalize             grey: equalised instead of linear
-    --auto, --values, --indices, --legend FILE, --segmented
-                           scale, see above
-    --light, --eye, --coefficients
-                           shade, see above
-    --alpha ALPHA          blend weight of A (default 0.5)
-    --stats                print what the mapping measured: minimum, maximum, valid pixels,
-                           bounds used
-    --jobs N               files coloured at once (default: one per core)
-    -h, --help             this text
-
+)" + options +
+         R"(
 EXIT STATUS
     0 when every picture was written, 1 when any input failed (the others are still written;
     each failure is one line naming the file, with the library's status name), 2 for a bad

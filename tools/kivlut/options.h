@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <utility>
@@ -85,11 +86,15 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args);
 // The man-style usage text printed by --help.
 std::string UsageText();
 
-// A colour-map number 0..10 or one of the names grey, rainbow, hot, diverging, isoluminant, rgb,
-// jet; nullopt for anything else.
+// The colour maps that have a name, indexed by their number; maps above them have only a number.
+inline constexpr const char* kMapNames[] = {"grey",        "rainbow", "hot", "diverging",
+                                            "isoluminant", "rgb",     "jet"};
+inline constexpr int kNamedMapCount = static_cast<int>(std::size(kMapNames));
+
+// A colour-map number 0..10 or one of kMapNames; nullopt for anything else.
 std::optional<int> ParseMapType(const std::string& text);
 
-// The name of maps 0..6 ("rainbow"), "map7".."map10" above.
+// The name of a named map ("rainbow"), "map7".."map10" above.
 std::string MapName(int mapType);
 
 }  // namespace kivlut
