@@ -8,10 +8,10 @@
 #include "KivColor.h"
 #include "KivColorArray.h"
 #include "KivRangeImage.h"
+#include "common/colour_entry.h"
 #include "common/fault_injection.h"
 #include "common/numeric_helpers.h"
 #include "common/stage_status.h"
-#include "tables/colour_tables.h"
 
 namespace KIVMV {
 

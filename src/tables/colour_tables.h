@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "common/argument_rules.h"
+#include "common/colour_entry.h"
 
 namespace cv {
 class Mat;
@@ -16,7 +17,6 @@ class Mat;
 
 namespace KIVMV {
 
-using ColourEntry = std::array<uint8_t, 3>;  // blue, green, red
 inline constexpr int kColourTableSize = 256;
 using ColourTable = std::array<ColourEntry, kColourTableSize>;
 
