@@ -225,7 +225,7 @@ const OperationSet kArrayOperations = {Operation::kEqualize, Operation::kLinear,
 
 OperationSet Only(Operation operation) { return {operation}; }
 
-struct OptionSpec {
+struct OptionEntry {
   const char* name;
   const char* argument;  // the values in --help, one word each; "" for a switch
   OperationSet operations;
@@ -237,8 +237,8 @@ struct OptionSpec {
 };
 
 // In the order --help lists them.
-const std::vector<OptionSpec>& OptionTable() {
-  static const std::vector<OptionSpec> table = {
+const std::vector<OptionEntry>& OptionTable() {
+  static const std::vector<OptionEntry> table = {
       {"-o", "OUTPUT", kAllButDemo, Store(&Options::output, kText), "output picture or folder"},
       {"--map", "MAP", kMappedOperations, Store(&Options::mapType, MapKind()),
        "colour map 0..10 or grey, rainbow, hot, diverging, isoluminant, rgb,\n"
@@ -295,32 +295,32 @@ const std::vector<OptionSpec>& OptionTable() {
 // Other spellings of an option, each with the name it stands for.
 constexpr std::pair<const char*, const char*> kAliases[] = {{"--output", "-o"}};
 
-const OptionSpec* FindOption(const std::string& name) {
+const OptionEntry* FindOption(const std::string& name) {
   std::string canonical = name;
   for (const auto& alias : kAliases) {
     if (name == alias.first) canonical = alias.second;
   }
-  for (const OptionSpec& spec : OptionTable()) {
-    if (canonical == spec.name) return &spec;
+  for (const OptionEntry& entry : OptionTable()) {
+    if (canonical == entry.name) return &entry;
   }
   return nullptr;
 }
 
-size_t ValueCount(const OptionSpec& spec) {
-  std::istringstream words(spec.argument);
+size_t ValueCount(const OptionEntry& entry) {
+  std::istringstream words(entry.argument);
   size_t count = 0;
   for (std::string word; words >> word;) ++count;
   return count;
 }
 
 // "-o, --output OUTPUT": the name, its other spellings, the argument.
-std::string Heading(const OptionSpec& spec) {
-  if (spec.heading != nullptr) return spec.heading;
-  std::string heading = spec.name;
+std::string Heading(const OptionEntry& entry) {
+  if (entry.heading != nullptr) return entry.heading;
+  std::string heading = entry.name;
   for (const auto& alias : kAliases) {
-    if (std::string(alias.second) == spec.name) heading += std::string(", ") + alias.first;
+    if (std::string(alias.second) == entry.name) heading += std::string(", ") + alias.first;
   }
-  if (*spec.argument != '\0') heading += std::string(" ") + spec.argument;
+  if (*entry.argument != '\0') heading += std::string(" ") + entry.argument;
   return heading;
 }
 
@@ -427,17 +427,17 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
         values.push_back(name.substr(equals + 1));
         name = name.substr(0, equals);
       }
-      const OptionSpec* spec = FindOption(name);
-      if (spec == nullptr) {
+      const OptionEntry* entry = FindOption(name);
+      if (entry == nullptr) {
         parsed.error = "unknown option '" + name + "' (try kivlut --help)";
         return parsed;
       }
-      name = spec->name;
-      if (!spec->operations.count(options.operation)) {
+      name = entry->name;
+      if (!entry->operations.count(options.operation)) {
         parsed.error = name + " does not apply to " + OperationName(options.operation);
         return parsed;
       }
-      const size_t needed = ValueCount(*spec);
+      const size_t needed = ValueCount(*entry);
       if (values.size() > needed) {
         parsed.error = name + " takes no value";
         return parsed;
@@ -447,7 +447,7 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
         parsed.error = name + ": missing value";
         return parsed;
       }
-      const std::string problem = spec->set(name, values, options);
+      const std::string problem = entry->set(name, values, options);
       if (!problem.empty()) {
         parsed.error = problem;
         return parsed;
@@ -468,8 +468,8 @@ ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args) {
 
 std::string UsageText() {
   std::string options = "OPTIONS\n";
-  for (const OptionSpec& spec : OptionTable()) {
-    if (spec.help != nullptr) options += HelpEntry(Heading(spec), spec.help);
+  for (const OptionEntry& entry : OptionTable()) {
+    if (entry.help != nullptr) options += HelpEntry(Heading(entry), entry.help);
   }
   options += HelpEntry("-h, --help", "this text");
   return R"(NAME
