@@ -284,13 +284,7 @@ if(NOT nm_program)
   message(FATAL_ERROR "nm not found: install binutils")
 endif()
 
-function(run_step what)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
-  if(NOT result EQUAL 0)
-    message(FATAL_ERROR "${what} failed (${result}):\n${out}\n${err}")
-  endif()
-  set(step_output "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/run_step.cmake)
 
 # The build folder is kept between runs, so that a second run only rebuilds what changed.
 set(build ${WORK_DIR}/build)

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "gallery_test_support.h"
 #include "options.h"
 
 namespace kivlut {
@@ -17,17 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Options Parse(const std::vector<std::string>& args) {
-  const ParsedCommandLine parsed = ParseCommandLine(args);
-  EXPECT_TRUE(parsed.options.has_value()) << parsed.error;
-  return parsed.options.value_or(Options());
-}
-
-std::string Joined(const std::vector<std::string>& args) {
-  std::string text = "kivlut";
-  for (const std::string& word : args) text += " " + word;
-  return text;
-}
+using testing_support::Joined;
+using testing_support::Parse;
 
 TEST(GalleryCommands, CommandsCoverEveryMapUnderEveryMapping) {
   // (operation, variant) -> maps seen

@@ -20,6 +20,7 @@
 #include "demo_scene.h"
 #include "frame_io.h"
 #include "gallery_commands.h"
+#include "gallery_test_support.h"
 #include "operations.h"
 #include "options.h"
 #include "support/temp_folder.h"
@@ -55,17 +56,8 @@ const Gallery& SharedGallery() {
   return *gallery;
 }
 
-Options Parse(const std::vector<std::string>& args) {
-  const ParsedCommandLine parsed = ParseCommandLine(args);
-  EXPECT_TRUE(parsed.options.has_value()) << parsed.error;
-  return parsed.options.value_or(Options());
-}
-
-std::string Joined(const std::vector<std::string>& args) {
-  std::string text = "kivlut";
-  for (const std::string& word : args) text += " " + word;
-  return text;
-}
+using testing_support::Joined;
+using testing_support::Parse;
 
 std::string ReadText(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);

@@ -615,8 +615,8 @@ TEST_F(KivlutCli, SharedDataEveryOperation) {
   }
 }
 
-// The README's pictures are what `kivlut demo` writes. The normal map repeats a missing normal in
-// every work chunk, so they are made, and checked, with one chunk.
+// The documentation's pictures are what `kivlut demo` writes. The normal map repeats a missing
+// normal in every work chunk, so they are made, and checked, with one chunk.
 TEST_F(KivlutCli, DocsPicturesAreWhatTheDemoWrites) {
   const fs::path docs = fs::path(KIVLUT_DOCS_DIR) / "kivlut";
   ASSERT_TRUE(fs::is_directory(docs));
