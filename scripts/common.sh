@@ -15,10 +15,11 @@ KIVLUT_PACKAGES=(
   libclang-rt-14-dev llvm-14
 )
 
-kivlut_install_dependencies() {
+# kivlut_install_packages PACKAGE...: installs those of the Debian packages that are missing.
+kivlut_install_packages() {
   local missing=()
   local package
-  for package in "${KIVLUT_PACKAGES[@]}"; do
+  for package in "$@"; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
       missing+=("$package")
     fi
@@ -33,6 +34,10 @@ kivlut_install_dependencies() {
   fi
   $sudo apt-get update -q
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
+}
+
+kivlut_install_dependencies() {
+  kivlut_install_packages "${KIVLUT_PACKAGES[@]}"
 }
 
 # kivlut_configure BUILD_DIR [CMAKE_ARGS...]
