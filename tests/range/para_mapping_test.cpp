@@ -50,6 +50,7 @@ constexpr float kMarker = -FLT_MAX;
 constexpr float kFloatNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kFloatInf = std::numeric_limits<float>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
 
 const KivColor kUnder(10, 20, 30);
 const KivColor kOver(200, 210, 220);
@@ -506,6 +507,91 @@ TEST(FivePointScale, ColouringLeavesUnmatchedElementsAlone) {
   EXPECT_EQ(Bytes(out.begin() + 12, out.end()), Bytes({220, 210, 200}));
 }
 
+// Values around every place where the entry of the five-point formula changes: each break value,
+// and each step boundary d_k + j / (i_{k+1} - i_k) x (d_{k+1} - d_k), a few floats either side.
+std::vector<float> ValuesNextToEveryStep(const FivePointScale& s) {
+  std::vector<float> values;
+  const auto around = [&values](double centre) {
+    float v = static_cast<float>(centre);
+    for (int k = 0; k < 4; ++k) v = std::nextafter(v, -kFloatInf);
+    for (int k = 0; k < 9; ++k, v = std::nextafter(v, kFloatInf)) values.push_back(v);
+  };
+  for (int k = 0; k < 5; ++k) around(s.value[k]);
+  for (int k = 0; k < 4; ++k) {
+    const int steps = std::abs(s.index[k + 1] - s.index[k]);
+    for (int j = 0; j <= steps; ++j) {
+      around(s.value[k] + (s.value[k + 1] - s.value[k]) * j / std::max(steps, 1));
+    }
+  }
+  return values;
+}
+
+TEST(FivePointScale, FastScaleColoursLikeTheFormula) {
+  std::mt19937 random(41);
+  std::uniform_real_distribution<double> breakValue(-3.0, 3.0);
+  std::uniform_int_distribution<int> index(0, 1023);
+  std::uniform_real_distribution<float> anyValue(-4.0f, 4.0f);
+  std::vector<FivePointScale> scales = {
+      TestScale({-1.0, -0.5, 0.0, 0.5, 1.0}, {0, 127, 511, 895, 1023}),
+      TestScale({0.0, 1.0, 2.0, 2.0, 3.0}, {0, 100, 200, 300, 400}),
+      TestScale({1.0, 1.0, 1.0, 2.0, 3.0}, {0, 100, 200, 300, 400}),
+      TestScale({0.0, 1.0, 2.0, 3.0, 4.0}, {0, 0, 0, 0, 0}),
+      TestScale({0.0, 2.0, 1.0, 3.0, 2.5}, {0, 300, 200, 600, 1023}),  // out of order
+      TestScale({0.0, 0.25, 0.5, 0.75, kInf}, {0, 255, 511, 767, 1023}),
+      TestScale({-kInf, -0.5, 0.0, 0.5, 1.0}, {0, 127, 511, 895, 1023}),
+      TestScale({0.0, kNaN, 0.5, 0.75, 1.0}, {0, 255, 511, 767, 1023}),
+  };
+  for (int r = 0; r < 80; ++r) {
+    // Break values that are floats themselves put some step boundaries exactly on a float, where
+    // the quotient is a whole number and only the division gets it right.
+    Values d;
+    for (double& v : d) v = r < 40 ? breakValue(random) : static_cast<float>(breakValue(random));
+    Indices i;
+    for (int& k : i) k = index(random);
+    if (r % 2 == 0) {
+      std::sort(d.begin(), d.end());
+      std::sort(i.begin(), i.end());
+    }
+    scales.push_back(TestScale(d, i));
+  }
+  const float specials[] = {kMarker,      kFloatNaN,     kFloatInf, -kFloatInf, 0.0f,    -0.0f,
+                            FLT_TRUE_MIN, -FLT_TRUE_MIN, FLT_MIN,   FLT_MAX,    -FLT_MAX};
+  for (const FivePointScale& s : scales) {
+    const FastFivePointScale fast(s);
+    std::vector<float> values = ValuesNextToEveryStep(s);
+    values.insert(values.end(), std::begin(specials), std::end(specials));
+    for (int k = 0; k < 2000; ++k) values.push_back(anyValue(random));
+    for (const float v : values) {
+      const ColourEntry* got = fast.Colour(v);
+      const ColourEntry* want = FivePointColour(v, s);
+      // The fast scale holds its own copy of the under, over and invalid colours.
+      ASSERT_EQ(got == nullptr, want == nullptr) << "v " << v;
+      if (got == nullptr) continue;
+      ASSERT_EQ(*got, *want) << "v " << v << " d " << s.value[0] << " " << s.value[1] << " "
+                             << s.value[2] << " " << s.value[3] << " " << s.value[4];
+    }
+  }
+}
+
+TEST(FivePointScale, ColouringInParallelMatchesTheFormula) {
+  const FivePointScale s = TestScale({-1.0, -0.5, 0.0, 0.5, 1.0}, {0, 127, 511, 895, 1023});
+  std::mt19937 random(43);
+  std::uniform_real_distribution<float> value(-1.2f, 1.2f);
+  // Large enough to be split among the workers, and of odd length.
+  std::vector<float> values(300001);
+  for (float& v : values) v = value(random);
+  for (size_t k = 0; k < values.size(); k += 997) values[k] = kMarker;
+  const Bytes before = Pattern(static_cast<int>(values.size()));
+  Bytes out = before;
+  ColourFivePoint(values.data(), static_cast<int>(values.size()), s, out.data());
+  for (size_t k = 0; k < values.size(); ++k) {
+    const ColourEntry* expected = FivePointColour(values[k], s);
+    const uint8_t* got = out.data() + 3 * k;
+    const uint8_t* want = expected != nullptr ? expected->data() : before.data() + 3 * k;
+    ASSERT_TRUE(std::equal(got, got + 3, want)) << "element " << k << " value " << values[k];
+  }
+}
+
 // ---------------------------------------------------------------------------------------------
 // The automatic break values.
 
@@ -518,7 +604,14 @@ TEST(ParaNormalisation, TotalsMatchSerialBlockReferenceBitForBit) {
     std::vector<float> data(static_cast<size_t>(n));
     for (float& v : data) {
       const int k = kind(random);
-      v = k < 3 ? kMarker : k < 5 ? kFloatNaN : k < 6 ? kFloatInf : k < 7 ? 0.0f : value(random);
+      v = k < 3    ? kMarker
+          : k < 5  ? kFloatNaN
+          : k < 6  ? kFloatInf
+          : k < 7  ? -kFloatInf
+          : k < 8  ? 0.0f
+          : k < 9  ? -0.0f
+          : k < 10 ? value(random) * 1e-39f  // denormals of either sign
+                   : value(random);
     }
     const ParaTotals got = FindParaTotals(data.data(), n);
     const RefTotals want = RefReduce(data);
