@@ -378,6 +378,11 @@ class RunIndex {
   std::vector<uint32_t> crowdedCount_;
 };
 
+// Run-table passes split into pieces of at most this many pixels: their results do not depend on
+// the split, and pieces this small let an idle worker take over from one that a busy machine has
+// descheduled.
+int RunPassGrain(int n) { return std::min(GrainSize(n), 1 << 16); }
+
 // Small frames colour faster per pixel than the run tables can be built.
 constexpr int kMinPixelsForRuns = 1 << 16;
 
@@ -428,7 +433,7 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
   // increment.
   using Counts = std::vector<uint32_t>;
   const Counts counts = tbb::parallel_reduce(
-      tbb::blocked_range<int>(0, n, GrainSize(n)), Counts(runCount, 0),
+      tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
       [&](const tbb::blocked_range<int>& range, Counts part) {
         Counts tally(4 * runCount, 0);
         uint32_t* const lanes = tally.data();
@@ -511,7 +516,7 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
   std::vector<PaddedColour> runColours(runs.result.size());
   for (size_t j = 0; j < runColours.size(); ++j) runColours[j] = Pad((*s.colours)[runs.result[j]]);
   tbb::parallel_for(
-      tbb::blocked_range<int>(0, n, GrainSize(n)),
+      tbb::blocked_range<int>(0, n, RunPassGrain(n)),
       [&](const tbb::blocked_range<int>& pixels) {
         const int begin = pixels.begin();
         const auto lookup = index.view();

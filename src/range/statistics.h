@@ -10,6 +10,7 @@
 #include <tbb/parallel_reduce.h>
 #include <tbb/partitioner.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -239,7 +240,9 @@ ValueStatistics<T> FindFloatingValueStatistics(const T* data, int n) {
     uint32_t count = 0;
   };
   const Partial total = tbb::parallel_reduce(
-      tbb::blocked_range<int>(0, n, GrainSize(n)), Partial{},
+      // Pieces of at most 64K pixels: the extremes and the count do not depend on the split, and
+      // small pieces let an idle worker take over from a descheduled one.
+      tbb::blocked_range<int>(0, n, std::min(GrainSize(n), 1 << 16)), Partial{},
       [data, markerBits](const tbb::blocked_range<int>& range, Partial part) {
         Code lowest = part.lowest;
         Code highest = part.highest;
