@@ -344,14 +344,26 @@ class RunIndex {
     T cellLimit;
     int cellCount;
 
-    // For v in the domain only.
+    // Any v; NaN and values below the domain land in cell 0, values above it in the last, so
+    // no conversion is out of range. Monotone over the domain.
     int Cell(T v) const {
       const T x = (v - first) * scale;
-      return x < cellLimit ? static_cast<int>(x) : cellCount - 1;
+      const T y = x > T{0} ? x : T{0};
+      return y < cellLimit ? static_cast<int>(y) : cellCount - 1;
     }
 
-    int RunOf(T v) const {
-      const int c = Cell(v);
+    // The cells of values[0..count) that lie in [from, to], -1 for the others; a loop without
+    // lookups, which the compiler vectorises.
+    void CellsOf(const T* values, int count, T from, T to, int32_t* cells) const {
+      for (int k = 0; k < count; ++k) {
+        const T v = values[k];
+        const int c = Cell(v);
+        cells[k] = v >= from && v <= to ? c : -1;
+      }
+    }
+
+    // The run of a value of the domain in its cell c.
+    int RunIn(T v, int c) const {
       const Entry e = static_cast<const Entry*>(cells)[c];
       if (!(e.first & kCrowded)) return static_cast<int>(e.first) + (v >= e.threshold ? 1 : 0);
       const uint32_t firstRun = e.first & ~kCrowded;
@@ -359,6 +371,8 @@ class RunIndex {
       for (uint32_t k = 0; k < crowdedCount[c]; ++k) run += v >= starts[firstRun + k] ? 1 : 0;
       return run;
     }
+
+    int RunOf(T v) const { return RunIn(v, Cell(v)); }
   };
 
   View view() const {
@@ -382,6 +396,9 @@ class RunIndex {
 // the split, and pieces this small let an idle worker take over from one that a busy machine has
 // descheduled.
 int RunPassGrain(int n) { return std::min(GrainSize(n), 1 << 16); }
+
+// Pixels whose cells are found in one vectorised loop before their runs are looked up.
+constexpr int kRunBlock = 256;
 
 // Small frames colour faster per pixel than the run tables can be built.
 constexpr int kMinPixelsForRuns = 1 << 16;
@@ -440,18 +457,17 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
         const auto lookup = index.view();
         const T from = lowest;
         const T to = last;
-        auto count = [&](int i, size_t lane) {
-          const T v = data[i];
-          if (v >= from && v <= to) ++lanes[lane * runCount + lookup.RunOf(v)];
-        };
-        int i = range.begin();
-        for (; i + 4 <= range.end(); i += 4) {
-          count(i, 0);
-          count(i + 1, 1);
-          count(i + 2, 2);
-          count(i + 3, 3);
+        int32_t cells[kRunBlock];
+        for (int block = range.begin(); block < range.end(); block += kRunBlock) {
+          const int count = std::min(kRunBlock, range.end() - block);
+          lookup.CellsOf(data + block, count, from, to, cells);
+          for (int k = 0; k < count; ++k) {
+            if (cells[k] >= 0) {
+              ++lanes[static_cast<size_t>(k & 3) * runCount +
+                      static_cast<size_t>(lookup.RunIn(data[block + k], cells[k]))];
+            }
+          }
         }
-        for (; i != range.end(); ++i) count(i, 0);
         for (size_t j = 0; j < runCount; ++j) {
           part[j] +=
               tally[j] + tally[runCount + j] + tally[2 * runCount + j] + tally[3 * runCount + j];
@@ -523,15 +539,20 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
         const T from = lowest;
         const T to = last;
         const PaddedColour* const colourOfRun = runColours.data();
-        const T* const values = data + begin;
-        WriteColours(
-            pixels.end() - begin,
-            [&](int64_t k) {
-              const T v = values[k];
-              if (v >= from && v <= to) return colourOfRun[lookup.RunOf(v)];
-              return Pad(range ? EqualisedRangeColour(v, s, *range) : EqualisedColour(v, s));
-            },
-            out + 3 * static_cast<size_t>(begin));
+        int32_t cells[kRunBlock];
+        for (int block = begin; block < pixels.end(); block += kRunBlock) {
+          const int count = std::min(kRunBlock, pixels.end() - block);
+          const T* const values = data + block;
+          lookup.CellsOf(values, count, from, to, cells);
+          WriteColours(
+              count,
+              [&](int64_t k) {
+                const T v = values[k];
+                if (cells[k] >= 0) return colourOfRun[lookup.RunIn(v, cells[k])];
+                return Pad(range ? EqualisedRangeColour(v, s, *range) : EqualisedColour(v, s));
+              },
+              out + 3 * static_cast<size_t>(block));
+        }
       },
       tbb::auto_partitioner());
   return true;
