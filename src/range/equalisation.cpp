@@ -618,7 +618,7 @@ template <typename T>
 Histogram HistogramFromCounts(const std::vector<uint32_t>& counts, double w, double low,
                               double high) {
   Histogram histogram(kHistogramBins, 0);
-  for (int index = 0; index < kRawValueCount<T>; ++index) {
+  for (int index = 0; index < static_cast<int>(counts.size()); ++index) {
     if (counts[index] == 0) continue;
     const int bin = HistogramBin(RawValueAtIndex<T>(index), w, low, high);
     if (bin >= 0) histogram[bin] += counts[index];
@@ -640,6 +640,14 @@ PixelSummary<T> SummarisePixels(const T* data, int n) {
       summary.stats = StatisticsFromCounts<T>(summary.rawCounts);
       return summary;
     }
+    // A smaller image still colours per value when its raw values, from the lowest (the marker,
+    // the only invalid value of these types) up to the valid maximum, are fewer than its pixels.
+    summary.stats = FindValueStatistics(data, n);
+    if (summary.stats.validCount > 0) {
+      const size_t values = ValueColourIndex(summary.stats.maximum) + 1;
+      if (values <= static_cast<size_t>(n)) summary.rawCounts = CountRawValues(data, n, values);
+    }
+    return summary;
   }
   if constexpr (kHasValueRuns<T>) {
     summary.stats = FindFloatingValueStatistics(data, n);
@@ -667,7 +675,7 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
     const uint32_t index = std::min<uint32_t>(numeric::LowUnsigned32(numeric::TruncateToInt64(low)),
                                               kColourTableSize - 1);
     if constexpr (kHasValueColours<T>) {
-      if (byValue) {
+      if (summary.rawCounts.size() == static_cast<size_t>(kRawValueCount<T>)) {
         const ColourEntry& valid = colours[index];
         const ColourEntry& invalid = InvalidColour(how.mapType);
         ColourByLookup(data, n, TabulateValueColours<T>([&](T v) -> const ColourEntry& {
@@ -703,8 +711,8 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
   if constexpr (kHasValueColours<T>) {
     if (byValue) {
       // Only the values that occur are worth colouring.
-      std::vector<PaddedColour> valueColours(kRawValueCount<T>);
-      for (int index = 0; index < kRawValueCount<T>; ++index) {
+      std::vector<PaddedColour> valueColours(summary.rawCounts.size());
+      for (int index = 0; index < static_cast<int>(valueColours.size()); ++index) {
         if (summary.rawCounts[index] == 0) continue;
         const T v = RawValueAtIndex<T>(index);
         const ColourEntry c =

@@ -379,6 +379,36 @@ TEST(EqualisedMapping, ValuesBesideEveryBoundaryMatchTheReference) {
   run(PixelTypeTag<double>{}, -1.7e308, 1.7e308);
 }
 
+TEST(EqualisedMapping, SmallImagesWithFewRawValuesMatchTheReference) {
+  // Fewer pixels than the type has values, but more than the raw values up to the maximum: the
+  // counts cover only those. Sizes either side of the value count, all three forms.
+  std::mt19937_64 random(37);
+  auto run = [&](auto tag, int lowest, int spread) {
+    using T = typename decltype(tag)::type;
+    for (const auto& [width, height] : {std::pair{1, 1}, {7, 5}, {33, 31}, {101, 3}, {250, 201}}) {
+      for (int round = 0; round < 6; ++round) {
+        KivRangeImage image(width, height, PixelTraits<T>::kDataType);
+        T* pixels = image.Ptr<T>();
+        for (int i = 0; i < width * height; ++i) {
+          pixels[i] = random() % 10 == 0
+                          ? Marker<T>()
+                          : static_cast<T>(lowest + static_cast<int>(random() % spread));
+        }
+        image.SetResolution(1.0, 1.0, round % 2 ? 1.0 : 0.5);
+        Request q = RandomRequest<T>(image, random);
+        q.form = static_cast<Form>(round % 3);
+        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
+        ExpectMatchesReference<T>(image, q, random);
+      }
+    }
+  };
+  run(PixelTypeTag<uint16_t>{}, 1, 40);
+  run(PixelTypeTag<uint16_t>{}, 900, 400);
+  run(PixelTypeTag<int16_t>{}, -32767, 300);
+  run(PixelTypeTag<uint8_t>{}, 1, 255);
+  run(PixelTypeTag<int8_t>{}, -127, 100);
+}
+
 // ---------------------------------------------------------------------------------------------
 // Edge cases.
 
