@@ -400,8 +400,9 @@ int RunPassGrain(int n) { return std::min(GrainSize(n), 1 << 16); }
 // Pixels whose cells are found in one vectorised loop before their runs are looked up.
 constexpr int kRunBlock = 256;
 
-// Small frames colour faster per pixel than the run tables can be built.
-constexpr int kMinPixelsForRuns = 1 << 16;
+// Below this many pixels the run tables (a few hundred exact evaluations and searches) cost more
+// than colouring per pixel; a 160 x 120 frame is already well past it.
+constexpr int kMinPixelsForRuns = 1 << 12;
 
 template <typename T>
 inline constexpr bool kHasValueRuns = std::is_same_v<T, float> || std::is_same_v<T, double>;

@@ -379,6 +379,26 @@ TEST(EqualisedMapping, ValuesBesideEveryBoundaryMatchTheReference) {
   run(PixelTypeTag<double>{}, -1.7e308, 1.7e308);
 }
 
+TEST(EqualisedMapping, FloatImagesJustPastTheRunTableSizeMatchTheReference) {
+  // A few thousand pixels: the run tables with their coarsest cells, where more run starts share
+  // a cell.
+  std::mt19937_64 random(47);
+  auto run = [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    for (const auto& [width, height] : {std::pair{64, 64}, {77, 71}, {160, 120}}) {
+      for (int round = 0; round < 6; ++round) {
+        KivRangeImage image = RandomRangeImage<T>(width, height, random);
+        Request q = RandomRequest<T>(image, random);
+        q.form = static_cast<Form>(round % 3);
+        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
+        ExpectMatchesReference<T>(image, q, random);
+      }
+    }
+  };
+  run(PixelTypeTag<float>{});
+  run(PixelTypeTag<double>{});
+}
+
 TEST(EqualisedMapping, SmallImagesWithFewRawValuesMatchTheReference) {
   // Fewer pixels than the type has values, but more than the raw values up to the maximum: the
   // counts cover only those. Sizes either side of the value count, all three forms.
