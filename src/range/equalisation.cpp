@@ -149,7 +149,7 @@ inline ColourEntry EqualisedRangeColour(T raw, const EqualisedScale& s, const Co
 }
 
 // ---------------------------------------------------------------------------------------------
-// Float and double pixels by value intervals.
+// Float, double and 16-bit pixels by value runs.
 //
 // The histogram bin of a value, and its (colour bin, slot) pair, are non-decreasing functions of
 // the value: each is a floor or truncation of a chain of correctly rounded subtractions,
@@ -162,21 +162,31 @@ inline ColourEntry EqualisedRangeColour(T raw, const EqualisedScale& s, const Co
 // question per pixel, and the same answer as the formula for every value.
 
 // Ordered codes of float and double values: for non-NaN a < b exactly when code(a) < code(b),
-// with -0 one step below +0.
+// with -0 one step below +0. 16-bit integers count up from their lowest value.
 template <typename T>
 struct OrderedCode {
-  using Code = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
-  static constexpr Code kSign = Code{1} << (8 * sizeof(T) - 1);
+  using Code = std::conditional_t<sizeof(T) <= 4, uint32_t, uint64_t>;
+  static constexpr Code kSign = Code{1} << (8 * sizeof(Code) - 1);
   static Code Of(T v) {
-    Code bits;
-    std::memcpy(&bits, &v, sizeof bits);
-    return (bits & kSign) ? ~bits : (bits | kSign);
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<Code>(static_cast<int32_t>(v) -
+                               static_cast<int32_t>(std::numeric_limits<T>::min()));
+    } else {
+      Code bits;
+      std::memcpy(&bits, &v, sizeof bits);
+      return (bits & kSign) ? ~bits : (bits | kSign);
+    }
   }
   static T At(Code code) {
-    const Code bits = (code & kSign) ? (code & ~kSign) : ~code;
-    T v;
-    std::memcpy(&v, &bits, sizeof v);
-    return v;
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<T>(static_cast<int32_t>(code) +
+                            static_cast<int32_t>(std::numeric_limits<T>::min()));
+    } else {
+      const Code bits = (code & kSign) ? (code & ~kSign) : ~code;
+      T v;
+      std::memcpy(&v, &bits, sizeof v);
+      return v;
+    }
   }
 };
 
@@ -297,10 +307,12 @@ bool FindValueRuns(typename OrderedCode<T>::Code first, typename OrderedCode<T>:
 // The run of a value in [first, end) by a coarse cell and comparisons within it.
 template <typename T>
 class RunIndex {
+  // The cell arithmetic and thresholds: 16-bit integers as floats, which hold them exactly.
+  using Calc = std::conditional_t<std::is_integral_v<T>, float, T>;
   // Marks a cell in which several runs start; run indices never reach this bit.
   static constexpr uint32_t kCrowded = 0x80000000u;
   struct Entry {
-    T threshold;     // where the second run of the cell starts, or +infinity
+    Calc threshold;  // where the second run of the cell starts, or +infinity
     uint32_t first;  // the run of the cell's first value
   };
 
@@ -309,11 +321,11 @@ class RunIndex {
     // The cell of v is (v - first) * scale truncated, with everything from cells on in the last;
     // a monotone function of v whatever the rounding, so a cell's run starts are consecutive.
     const double span = static_cast<double>(last) - static_cast<double>(first);
-    scale_ = span > 0.0 ? static_cast<T>(cells / span) : T{0};
-    if (!(scale_ > T{0}) || !std::isfinite(scale_)) scale_ = T{0};
-    first_ = first;
+    scale_ = span > 0.0 ? static_cast<Calc>(cells / span) : Calc{0};
+    if (!(scale_ > Calc{0}) || !std::isfinite(scale_)) scale_ = Calc{0};
+    first_ = static_cast<Calc>(first);
     cells_ = cells;
-    cellLimit_ = static_cast<T>(cells);
+    cellLimit_ = static_cast<Calc>(cells);
     cell_.resize(static_cast<size_t>(cells));
     crowdedCount_.assign(static_cast<size_t>(cells), 0);
     size_t j = 0;
@@ -324,9 +336,10 @@ class RunIndex {
       e.first = static_cast<uint32_t>(j0);
       if (j - j0 <= 1) {
         // At most one run starts inside: one comparison decides.
-        e.threshold = j > j0 ? runs.starts[j0] : std::numeric_limits<T>::infinity();
+        e.threshold =
+            j > j0 ? static_cast<Calc>(runs.starts[j0]) : std::numeric_limits<Calc>::infinity();
       } else {
-        e.threshold = std::numeric_limits<T>::infinity();
+        e.threshold = std::numeric_limits<Calc>::infinity();
         e.first |= kCrowded;
         crowdedCount_[static_cast<size_t>(c)] = static_cast<uint32_t>(j - j0);
       }
@@ -339,16 +352,16 @@ class RunIndex {
     const T* starts;
     const void* cells;
     const uint32_t* crowdedCount;
-    T first;
-    T scale;
-    T cellLimit;
+    Calc first;
+    Calc scale;
+    Calc cellLimit;
     int cellCount;
 
     // Any v; NaN and values below the domain land in cell 0, values above it in the last, so
     // no conversion is out of range. Monotone over the domain.
     int Cell(T v) const {
-      const T x = (v - first) * scale;
-      const T y = x > T{0} ? x : T{0};
+      const Calc x = (static_cast<Calc>(v) - first) * scale;
+      const Calc y = x > Calc{0} ? x : Calc{0};
       return y < cellLimit ? static_cast<int>(y) : cellCount - 1;
     }
 
@@ -365,7 +378,9 @@ class RunIndex {
     // The run of a value of the domain in its cell c.
     int RunIn(T v, int c) const {
       const Entry e = static_cast<const Entry*>(cells)[c];
-      if (!(e.first & kCrowded)) return static_cast<int>(e.first) + (v >= e.threshold ? 1 : 0);
+      if (!(e.first & kCrowded)) {
+        return static_cast<int>(e.first) + (static_cast<Calc>(v) >= e.threshold ? 1 : 0);
+      }
       const uint32_t firstRun = e.first & ~kCrowded;
       int run = static_cast<int>(firstRun);
       for (uint32_t k = 0; k < crowdedCount[c]; ++k) run += v >= starts[firstRun + k] ? 1 : 0;
@@ -383,9 +398,9 @@ class RunIndex {
 
  private:
   const T* starts_;
-  T first_;
-  T scale_;
-  T cellLimit_;
+  Calc first_;
+  Calc scale_;
+  Calc cellLimit_;
   int cells_;
   std::vector<Entry> cell_;
   // How many runs start inside each crowded cell; read only for those.
@@ -405,7 +420,8 @@ constexpr int kRunBlock = 256;
 constexpr int kMinPixelsForRuns = 1 << 12;
 
 template <typename T>
-inline constexpr bool kHasValueRuns = std::is_same_v<T, float> || std::is_same_v<T, double>;
+inline constexpr bool kHasValueRuns = std::is_same_v<T, float> || std::is_same_v<T, double> ||
+                                      std::is_same_v<T, uint16_t> || std::is_same_v<T, int16_t>;
 
 // Cells per run table: enough that few cells hold more than one run start, few enough that the
 // table stays in the nearest caches. Histogram bins are evenly spaced, eight cells a bin keep
@@ -494,7 +510,8 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
   using O = OrderedCode<T>;
   const double low = s.low;
   const double high = s.high;
-  // The marker -max is the lowest finite value and never valid; the domain starts above it.
+  // The marker (-max, or the lowest 16-bit value) is the lowest value and never valid; the
+  // domain starts above it.
   const auto first = FirstCodeWhere<T>(FirstFiniteCode<T>() + 1, EndFiniteCode<T>(),
                                        [low](T v) { return static_cast<double>(v) >= low; });
   const auto end = range ? FirstCodeWhere<T>(first, EndFiniteCode<T>(),
@@ -650,7 +667,7 @@ PixelSummary<T> SummarisePixels(const T* data, int n) {
     }
     return summary;
   }
-  if constexpr (kHasValueRuns<T>) {
+  if constexpr (std::is_floating_point_v<T>) {
     summary.stats = FindFloatingValueStatistics(data, n);
   } else {
     summary.stats = FindValueStatistics(data, n);
@@ -700,7 +717,7 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
     }
   }
   if constexpr (kHasValueRuns<T>) {
-    if (byRuns) counted = HistogramByRuns(data, n, w, low, high, histogram);
+    if (!counted && byRuns) counted = HistogramByRuns(data, n, w, low, high, histogram);
   }
   if (!counted) histogram = BuildHistogram(data, n, w, low, high);
 

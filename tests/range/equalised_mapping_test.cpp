@@ -379,7 +379,7 @@ TEST(EqualisedMapping, ValuesBesideEveryBoundaryMatchTheReference) {
   run(PixelTypeTag<double>{}, -1.7e308, 1.7e308);
 }
 
-TEST(EqualisedMapping, FloatImagesJustPastTheRunTableSizeMatchTheReference) {
+TEST(EqualisedMapping, ImagesJustPastTheRunTableSizeMatchTheReference) {
   // A few thousand pixels: the run tables with their coarsest cells, where more run starts share
   // a cell.
   std::mt19937_64 random(47);
@@ -397,6 +397,9 @@ TEST(EqualisedMapping, FloatImagesJustPastTheRunTableSizeMatchTheReference) {
   };
   run(PixelTypeTag<float>{});
   run(PixelTypeTag<double>{});
+  // 16-bit images whose values spread wider than their pixel count also colour by runs.
+  run(PixelTypeTag<uint16_t>{});
+  run(PixelTypeTag<int16_t>{});
 }
 
 TEST(EqualisedMapping, SmallImagesWithFewRawValuesMatchTheReference) {
