@@ -1,12 +1,15 @@
 #include "range/equalisation.h"
 
 #include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 #include <tbb/parallel_reduce.h>
 #include <tbb/partitioner.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <limits>
 #include <type_traits>
 #include <utility>
 
@@ -16,6 +19,7 @@
 #include "range/raw_value_lut.h"
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
+#include "tables/padded_colour.h"
 
 namespace KIVMV {
 
@@ -107,6 +111,22 @@ ColourEntry InvalidOrFirst(const EqualisedScale& s) {
   return s.reserveIndex0 ? InvalidColour(s.mapType) : (*s.colours)[0];
 }
 
+// The table index of a valid value in [low, high) under the whole table.
+inline int EqualisedIndexInside(double v, const EqualisedScale& s) {
+  const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, kBinNudge, s.binCount);
+  const int64_t slot = EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots);
+  return ClampToTable(slot + (s.reserveIndex0 ? 1 : 0));
+}
+
+// The table index of a valid value in [low, high] under entries lo..hi.
+inline int EqualisedRangeIndexInside(double v, const EqualisedScale& s, const ColourRange& r) {
+  const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, 0.0, s.binCount);
+  const int64_t slot = EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots);
+  // lo is taken off the slot before scaling and not added back afterwards.
+  const double scaled = (static_cast<double>(slot) - r.lo) / s.binCount * (r.hi - r.lo);
+  return ClampToTable(numeric::TruncateToInt64(scaled) + (s.reserveIndex0 ? 1 : 0));
+}
+
 // The whole table: values at or above high take the last entry, values below low the first.
 template <typename T>
 inline ColourEntry EqualisedColour(T raw, const EqualisedScale& s) {
@@ -114,9 +134,7 @@ inline ColourEntry EqualisedColour(T raw, const EqualisedScale& s) {
   const double v = static_cast<double>(raw);
   if (v >= s.high) return (*s.colours)[kColourTableSize - 1];
   if (v < s.low) return (*s.colours)[0];
-  const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, kBinNudge, s.binCount);
-  const int64_t slot = EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots);
-  return (*s.colours)[ClampToTable(slot + (s.reserveIndex0 ? 1 : 0))];
+  return (*s.colours)[EqualisedIndexInside(v, s)];
 }
 
 // Entries lo..hi only; values outside [low, high] take the caller's colours, and a value equal to
@@ -127,11 +145,435 @@ inline ColourEntry EqualisedRangeColour(T raw, const EqualisedScale& s, const Co
   const double v = static_cast<double>(raw);
   if (v < s.low) return r.below;
   if (v > s.high) return r.above;
-  const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, 0.0, s.binCount);
-  const int64_t slot = EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots);
-  // lo is taken off the slot before scaling and not added back afterwards.
-  const double scaled = (static_cast<double>(slot) - r.lo) / s.binCount * (r.hi - r.lo);
-  return (*s.colours)[ClampToTable(numeric::TruncateToInt64(scaled) + (s.reserveIndex0 ? 1 : 0))];
+  return (*s.colours)[EqualisedRangeIndexInside(v, s, r)];
+}
+
+// ---------------------------------------------------------------------------------------------
+// Float, double and 16-bit pixels by value runs.
+//
+// The histogram bin of a value, and its (colour bin, slot) pair, are non-decreasing functions of
+// the value: each is a floor or truncation of a chain of correctly rounded subtractions,
+// multiplications and divisions by positive constants, every one of them monotone, and the slot
+// is monotone within a bin (the reciprocal forms equal the divisions they stand for). So the
+// values that share a result form runs, and the first value of each run can be found by a search
+// over the ordered bit patterns, evaluating the very functions the per-pixel path evaluates. A
+// pixel is then classified by a coarse cell, a monotone product of its value, followed by exact
+// comparisons with the few run starts that fall inside that cell: no division and no rounding
+// question per pixel, and the same answer as the formula for every value.
+
+// Ordered codes of float and double values: for non-NaN a < b exactly when code(a) < code(b),
+// with -0 one step below +0. 16-bit integers count up from their lowest value.
+template <typename T>
+struct OrderedCode {
+  using Code = std::conditional_t<sizeof(T) <= 4, uint32_t, uint64_t>;
+  static constexpr Code kSign = Code{1} << (8 * sizeof(Code) - 1);
+  static Code Of(T v) {
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<Code>(static_cast<int32_t>(v) -
+                               static_cast<int32_t>(std::numeric_limits<T>::min()));
+    } else {
+      Code bits;
+      std::memcpy(&bits, &v, sizeof bits);
+      return (bits & kSign) ? ~bits : (bits | kSign);
+    }
+  }
+  static T At(Code code) {
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<T>(static_cast<int32_t>(code) +
+                            static_cast<int32_t>(std::numeric_limits<T>::min()));
+    } else {
+      const Code bits = (code & kSign) ? (code & ~kSign) : ~code;
+      T v;
+      std::memcpy(&v, &bits, sizeof v);
+      return v;
+    }
+  }
+};
+
+// The first code in [first, end) whose value satisfies a predicate that is false then true over
+// the codes, or end.
+template <typename T, typename Pred>
+typename OrderedCode<T>::Code FirstCodeWhere(typename OrderedCode<T>::Code first,
+                                             typename OrderedCode<T>::Code end, Pred pred) {
+  using Code = typename OrderedCode<T>::Code;
+  Code lo = first;
+  Code hi = end;
+  while (lo < hi) {
+    const Code mid = lo + (hi - lo) / 2;
+    if (pred(OrderedCode<T>::At(mid))) {
+      hi = mid;
+    } else {
+      lo = mid + 1;
+    }
+  }
+  return lo;
+}
+
+// Runs of equal result over a domain of values: run 0 starts at the domain's first value, run j
+// at starts[j - 1]; result[j] is the run's result.
+template <typename T>
+struct ValueRuns {
+  std::vector<T> starts;
+  std::vector<uint8_t> result;
+};
+
+// More runs than this only come from degenerate tables; the per-pixel path takes those.
+constexpr size_t kMaxRuns = 4096;
+
+// Splits the codes [first, end) into runs of equal key(v), which must be non-decreasing, and
+// merges neighbouring runs whose result(v) agrees. guess(v, key) estimates the value where the key
+// next changes; it only steers the search. False when there are more than kMaxRuns changes.
+template <typename T, typename Key, typename Result, typename Guess>
+bool FindValueRuns(typename OrderedCode<T>::Code first, typename OrderedCode<T>::Code end, Key key,
+                   Result result, Guess guess, ValueRuns<T>& runs) {
+  using Code = typename OrderedCode<T>::Code;
+  using O = OrderedCode<T>;
+  runs.starts.clear();
+  runs.result.clear();
+  if (first >= end) return true;
+  Code t = first;
+  runs.result.push_back(result(O::At(t)));
+  size_t changes = 0;
+  while (true) {
+    const T tv = O::At(t);
+    const auto k = key(tv);
+    auto same = [&](Code c) { return key(O::At(c)) == k; };
+    // A first probe at the estimate, then doubling steps away from it to bracket the change, then
+    // bisection: codes with the key k form a prefix of [t, end).
+    Code probe;
+    const double g = guess(tv, k);
+    if (!(g > static_cast<double>(tv))) {
+      probe = t + 1;
+    } else if (!(g < static_cast<double>(O::At(end - 1)))) {
+      probe = end - 1;
+    } else {
+      probe = std::clamp(O::Of(static_cast<T>(g)), t + 1, end - 1);
+    }
+    Code lo;
+    Code hi;
+    if (probe >= end) {
+      lo = t;
+      hi = end;
+    } else if (same(probe)) {
+      lo = probe;
+      Code step = 1;
+      while (true) {
+        if (end - lo <= step) {
+          hi = end;
+          break;
+        }
+        if (!same(lo + step)) {
+          hi = lo + step;
+          break;
+        }
+        lo += step;
+        step *= 2;
+      }
+    } else {
+      hi = probe;
+      Code step = 1;
+      while (true) {
+        if (hi - t <= step) {
+          lo = t;
+          break;
+        }
+        if (same(hi - step)) {
+          lo = hi - step;
+          break;
+        }
+        hi -= step;
+        step *= 2;
+      }
+    }
+    while (hi - lo > 1) {
+      const Code mid = lo + (hi - lo) / 2;
+      if (same(mid)) {
+        lo = mid;
+      } else {
+        hi = mid;
+      }
+    }
+    if (hi >= end) return true;
+    if (++changes > kMaxRuns) return false;
+    t = hi;
+    const uint8_t r = result(O::At(t));
+    if (r != runs.result.back()) {
+      runs.starts.push_back(O::At(t));
+      runs.result.push_back(r);
+    }
+  }
+}
+
+// The run of a value in [first, end) by a coarse cell and comparisons within it.
+template <typename T>
+class RunIndex {
+  // The cell arithmetic and thresholds: 16-bit integers as floats, which hold them exactly.
+  using Calc = std::conditional_t<std::is_integral_v<T>, float, T>;
+  // Marks a cell in which several runs start; run indices never reach this bit.
+  static constexpr uint32_t kCrowded = 0x80000000u;
+  struct Entry {
+    Calc threshold;  // where the second run of the cell starts, or +infinity
+    uint32_t first;  // the run of the cell's first value
+  };
+
+ public:
+  RunIndex(const ValueRuns<T>& runs, T first, T last, int cells) : starts_(runs.starts.data()) {
+    // The cell of v is (v - first) * scale truncated, with everything from cells on in the last;
+    // a monotone function of v whatever the rounding, so a cell's run starts are consecutive.
+    const double span = static_cast<double>(last) - static_cast<double>(first);
+    scale_ = span > 0.0 ? static_cast<Calc>(cells / span) : Calc{0};
+    if (!(scale_ > Calc{0}) || !std::isfinite(scale_)) scale_ = Calc{0};
+    first_ = static_cast<Calc>(first);
+    cells_ = cells;
+    cellLimit_ = static_cast<Calc>(cells);
+    cell_.resize(static_cast<size_t>(cells));
+    crowdedCount_.assign(static_cast<size_t>(cells), 0);
+    size_t j = 0;
+    for (int c = 0; c < cells; ++c) {
+      const size_t j0 = j;
+      while (j < runs.starts.size() && Cell(runs.starts[j]) == c) ++j;
+      Entry& e = cell_[static_cast<size_t>(c)];
+      e.first = static_cast<uint32_t>(j0);
+      if (j - j0 <= 1) {
+        // At most one run starts inside: one comparison decides.
+        e.threshold =
+            j > j0 ? static_cast<Calc>(runs.starts[j0]) : std::numeric_limits<Calc>::infinity();
+      } else {
+        e.threshold = std::numeric_limits<Calc>::infinity();
+        e.first |= kCrowded;
+        crowdedCount_[static_cast<size_t>(c)] = static_cast<uint32_t>(j - j0);
+      }
+    }
+  }
+
+  // The lookup as plain values and pointers, for a local copy in each pixel loop: the colour
+  // stores may alias any memory, and a local whose address is never taken is not reloaded.
+  struct View {
+    const T* starts;
+    const void* cells;
+    const uint32_t* crowdedCount;
+    Calc first;
+    Calc scale;
+    Calc cellLimit;
+    int cellCount;
+
+    // Any v; NaN and values below the domain land in cell 0, values above it in the last, so
+    // no conversion is out of range. Monotone over the domain.
+    int Cell(T v) const {
+      const Calc x = (static_cast<Calc>(v) - first) * scale;
+      const Calc y = x > Calc{0} ? x : Calc{0};
+      return y < cellLimit ? static_cast<int>(y) : cellCount - 1;
+    }
+
+    // The cells of values[0..count) that lie in [from, to], -1 for the others; a loop without
+    // lookups, which the compiler vectorises.
+    void CellsOf(const T* values, int count, T from, T to, int32_t* cells) const {
+      for (int k = 0; k < count; ++k) {
+        const T v = values[k];
+        const int c = Cell(v);
+        cells[k] = v >= from && v <= to ? c : -1;
+      }
+    }
+
+    // The run of a value of the domain in its cell c.
+    int RunIn(T v, int c) const {
+      const Entry e = static_cast<const Entry*>(cells)[c];
+      if (!(e.first & kCrowded)) {
+        return static_cast<int>(e.first) + (static_cast<Calc>(v) >= e.threshold ? 1 : 0);
+      }
+      const uint32_t firstRun = e.first & ~kCrowded;
+      int run = static_cast<int>(firstRun);
+      for (uint32_t k = 0; k < crowdedCount[c]; ++k) run += v >= starts[firstRun + k] ? 1 : 0;
+      return run;
+    }
+
+    int RunOf(T v) const { return RunIn(v, Cell(v)); }
+  };
+
+  View view() const {
+    return {starts_, cell_.data(), crowdedCount_.data(), first_, scale_, cellLimit_, cells_};
+  }
+
+  int Cell(T v) const { return view().Cell(v); }
+
+ private:
+  const T* starts_;
+  Calc first_;
+  Calc scale_;
+  Calc cellLimit_;
+  int cells_;
+  std::vector<Entry> cell_;
+  // How many runs start inside each crowded cell; read only for those.
+  std::vector<uint32_t> crowdedCount_;
+};
+
+// Run-table passes split into pieces of at most this many pixels: their results do not depend on
+// the split, and pieces this small let an idle worker take over from one that a busy machine has
+// descheduled.
+int RunPassGrain(int n) { return std::min(GrainSize(n), 1 << 16); }
+
+// Pixels whose cells are found in one vectorised loop before their runs are looked up.
+constexpr int kRunBlock = 256;
+
+// Below this many pixels the run tables (a few hundred exact evaluations and searches) cost more
+// than colouring per pixel; a 160 x 120 frame is already well past it.
+constexpr int kMinPixelsForRuns = 1 << 12;
+
+template <typename T>
+inline constexpr bool kHasValueRuns = std::is_same_v<T, float> || std::is_same_v<T, double> ||
+                                      std::is_same_v<T, uint16_t> || std::is_same_v<T, int16_t>;
+
+// Cells per run table: enough that few cells hold more than one run start, few enough that the
+// table stays in the nearest caches. Histogram bins are evenly spaced, eight cells a bin keep
+// their starts apart; slots crowd where the pixels do, and want finer cells.
+constexpr int kHistogramCells = 8 * kHistogramBins;
+int ColourCells(int n) { return std::clamp(n / 64, 1024, 8192); }
+
+// The codes of the finite values, -max .. max, and one past them (+infinity).
+template <typename T>
+typename OrderedCode<T>::Code FirstFiniteCode() {
+  return OrderedCode<T>::Of(std::numeric_limits<T>::lowest());
+}
+template <typename T>
+typename OrderedCode<T>::Code EndFiniteCode() {
+  return OrderedCode<T>::Of(std::numeric_limits<T>::max()) + 1;
+}
+
+// The 256-bin histogram by runs of HistogramBin over the values in [low, high]; every other value
+// (NaN, infinities, values outside) is not counted, as HistogramBin returns -1 for it.
+template <typename T>
+bool HistogramByRuns(const T* data, int n, double w, double low, double high,
+                     Histogram& histogram) {
+  using O = OrderedCode<T>;
+  const auto first = FirstCodeWhere<T>(FirstFiniteCode<T>(), EndFiniteCode<T>(),
+                                       [low](T v) { return static_cast<double>(v) >= low; });
+  const auto end = FirstCodeWhere<T>(first, EndFiniteCode<T>(),
+                                     [high](T v) { return static_cast<double>(v) > high; });
+  if (first >= end) {
+    histogram.assign(kHistogramBins, 0);
+    return true;
+  }
+  ValueRuns<T> runs;
+  const bool found = FindValueRuns<T>(
+      first, end, [&](T v) { return HistogramBin(v, w, low, high); },
+      [&](T v) { return static_cast<uint8_t>(HistogramBin(v, w, low, high)); },
+      [&](T, int bin) { return low + (bin + 1) * w; }, runs);
+  if (!found) return false;
+  const T lowest = O::At(first);
+  const T last = O::At(end - 1);
+  const RunIndex<T> index(runs, lowest, last, kHistogramCells);
+  const size_t runCount = runs.result.size();
+  // Four tallies in turn, so that neighbouring pixels of one run do not wait on each other's
+  // increment.
+  using Counts = std::vector<uint32_t>;
+  const Counts counts = tbb::parallel_reduce(
+      tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
+      [&](const tbb::blocked_range<int>& range, Counts part) {
+        Counts tally(4 * runCount, 0);
+        uint32_t* const lanes = tally.data();
+        const auto lookup = index.view();
+        const T from = lowest;
+        const T to = last;
+        int32_t cells[kRunBlock];
+        for (int block = range.begin(); block < range.end(); block += kRunBlock) {
+          const int count = std::min(kRunBlock, range.end() - block);
+          lookup.CellsOf(data + block, count, from, to, cells);
+          for (int k = 0; k < count; ++k) {
+            if (cells[k] >= 0) {
+              ++lanes[static_cast<size_t>(k & 3) * runCount +
+                      static_cast<size_t>(lookup.RunIn(data[block + k], cells[k]))];
+            }
+          }
+        }
+        for (size_t j = 0; j < runCount; ++j) {
+          part[j] +=
+              tally[j] + tally[runCount + j] + tally[2 * runCount + j] + tally[3 * runCount + j];
+        }
+        return part;
+      },
+      [](Counts a, const Counts& b) {
+        for (size_t j = 0; j < a.size(); ++j) a[j] += b[j];
+        return a;
+      },
+      tbb::auto_partitioner());
+  histogram.assign(kHistogramBins, 0);
+  for (size_t j = 0; j < runCount; ++j) histogram[runs.result[j]] += counts[j];
+  return true;
+}
+
+// Colours by runs of the table index over the valid values that the bins and slots decide:
+// [low, high) for the whole table, [low, high] for entries lo..hi. Everything else (invalid
+// pixels, values outside) goes through the per-pixel colour.
+template <typename T>
+bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRange* range,
+                  uint8_t* out) {
+  using O = OrderedCode<T>;
+  const double low = s.low;
+  const double high = s.high;
+  // The marker (-max, or the lowest 16-bit value) is the lowest value and never valid; the
+  // domain starts above it.
+  const auto first = FirstCodeWhere<T>(FirstFiniteCode<T>() + 1, EndFiniteCode<T>(),
+                                       [low](T v) { return static_cast<double>(v) >= low; });
+  const auto end = range ? FirstCodeWhere<T>(first, EndFiniteCode<T>(),
+                                             [high](T v) { return static_cast<double>(v) > high; })
+                         : FirstCodeWhere<T>(first, EndFiniteCode<T>(), [high](T v) {
+                             return static_cast<double>(v) >= high;
+                           });
+  if (first >= end) return false;
+  const double nudge = range ? 0.0 : kBinNudge;
+  auto key = [&](T raw) {
+    const double v = static_cast<double>(raw);
+    const int b = EqualisedBinByReciprocal(v, s.w, s.reciprocal, s.low, nudge, s.binCount);
+    return std::pair<int, int64_t>(
+        b, EqualisedSlotByReciprocal(v, b, s.w, s.reciprocal, s.low, *s.slots));
+  };
+  auto result = [&](T raw) {
+    const double v = static_cast<double>(raw);
+    return static_cast<uint8_t>(range ? EqualisedRangeIndexInside(v, s, *range)
+                                      : EqualisedIndexInside(v, s));
+  };
+  auto guess = [&](T, const std::pair<int, int64_t>& k) {
+    const int b = k.first;
+    const double binStart = b * s.w + s.low;
+    const double binEnd = (b + 1) * s.w + s.low;
+    const uint32_t weight = s.slots->weight[b];
+    if (weight == 0) return binEnd;
+    // Where end - (weight - (v - binStart) / w * weight) reaches the next whole slot.
+    const double rise = static_cast<double>(k.second + 1) - s.slots->end[b] + weight;
+    return std::min(binEnd, binStart + rise / weight * s.w);
+  };
+  ValueRuns<T> runs;
+  if (!FindValueRuns<T>(first, end, key, result, guess, runs)) return false;
+  const T lowest = O::At(first);
+  const T last = O::At(end - 1);
+  const RunIndex<T> index(runs, lowest, last, ColourCells(n));
+  std::vector<PaddedColour> runColours(runs.result.size());
+  for (size_t j = 0; j < runColours.size(); ++j) runColours[j] = Pad((*s.colours)[runs.result[j]]);
+  tbb::parallel_for(
+      tbb::blocked_range<int>(0, n, RunPassGrain(n)),
+      [&](const tbb::blocked_range<int>& pixels) {
+        const int begin = pixels.begin();
+        const auto lookup = index.view();
+        const T from = lowest;
+        const T to = last;
+        const PaddedColour* const colourOfRun = runColours.data();
+        int32_t cells[kRunBlock];
+        for (int block = begin; block < pixels.end(); block += kRunBlock) {
+          const int count = std::min(kRunBlock, pixels.end() - block);
+          const T* const values = data + block;
+          lookup.CellsOf(values, count, from, to, cells);
+          WriteColours(
+              count,
+              [&](int64_t k) {
+                const T v = values[k];
+                if (cells[k] >= 0) return colourOfRun[lookup.RunIn(v, cells[k])];
+                return Pad(range ? EqualisedRangeColour(v, s, *range) : EqualisedColour(v, s));
+              },
+              out + 3 * static_cast<size_t>(block));
+        }
+      },
+      tbb::auto_partitioner());
+  return true;
 }
 
 template <typename T>
@@ -194,7 +636,7 @@ template <typename T>
 Histogram HistogramFromCounts(const std::vector<uint32_t>& counts, double w, double low,
                               double high) {
   Histogram histogram(kHistogramBins, 0);
-  for (int index = 0; index < kRawValueCount<T>; ++index) {
+  for (int index = 0; index < static_cast<int>(counts.size()); ++index) {
     if (counts[index] == 0) continue;
     const int bin = HistogramBin(RawValueAtIndex<T>(index), w, low, high);
     if (bin >= 0) histogram[bin] += counts[index];
@@ -209,8 +651,24 @@ template <typename T>
 PixelSummary<T> SummarisePixels(const T* data, int n) {
   PixelSummary<T> summary;
   if constexpr (kHasValueColours<T>) {
-    summary.rawCounts = CountRawValues(data, n);
-    summary.stats = StatisticsFromCounts<T>(summary.rawCounts);
+    // Per value only when the image has more pixels than T has values: below that the 64K-entry
+    // tables cost more than the pixels themselves.
+    if (UseValueColours<T>(n)) {
+      summary.rawCounts = CountRawValues(data, n);
+      summary.stats = StatisticsFromCounts<T>(summary.rawCounts);
+      return summary;
+    }
+    // A smaller image still colours per value when its raw values, from the lowest (the marker,
+    // the only invalid value of these types) up to the valid maximum, are fewer than its pixels.
+    summary.stats = FindValueStatistics(data, n);
+    if (summary.stats.validCount > 0) {
+      const size_t values = ValueColourIndex(summary.stats.maximum) + 1;
+      if (values <= static_cast<size_t>(n)) summary.rawCounts = CountRawValues(data, n, values);
+    }
+    return summary;
+  }
+  if constexpr (std::is_floating_point_v<T>) {
+    summary.stats = FindFloatingValueStatistics(data, n);
   } else {
     summary.stats = FindValueStatistics(data, n);
   }
@@ -228,54 +686,71 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
   // they are, also in the degenerate test.
   const double w =
       how.widthFromDifference ? (high - low) / binCount : high / binCount - low / binCount;
+  // The per-value tables exist only when the summary counted the raw values.
+  const bool byValue = !summary.rawCounts.empty();
   if (!(w > 1e-8)) {
     // The range collapsed to a point (or crossed, with no valid pixel): one entry for all.
     const uint32_t index = std::min<uint32_t>(numeric::LowUnsigned32(numeric::TruncateToInt64(low)),
                                               kColourTableSize - 1);
     if constexpr (kHasValueColours<T>) {
-      const ColourEntry& valid = colours[index];
-      const ColourEntry& invalid = InvalidColour(how.mapType);
-      ColourByLookup(data, n, TabulateValueColours<T>([&](T v) -> const ColourEntry& {
-                       return IsValidPixel(v) ? valid : invalid;
-                     }),
-                     out);
-    } else {
-      ColourWithOneEntry(data, n, colours, index, how.mapType, out);
+      if (summary.rawCounts.size() == static_cast<size_t>(kRawValueCount<T>)) {
+        const ColourEntry& valid = colours[index];
+        const ColourEntry& invalid = InvalidColour(how.mapType);
+        ColourByLookup(data, n, TabulateValueColours<T>([&](T v) -> const ColourEntry& {
+                         return IsValidPixel(v) ? valid : invalid;
+                       }),
+                       out);
+        return;
+      }
     }
+    ColourWithOneEntry(data, n, colours, index, how.mapType, out);
     return;
   }
 
+  const bool byRuns = n >= kMinPixelsForRuns;
   Histogram histogram;
+  bool counted = false;
   if constexpr (kHasValueColours<T>) {
-    histogram = HistogramFromCounts<T>(summary.rawCounts, w, low, high);
-  } else {
-    histogram = BuildHistogram(data, n, w, low, high);
+    if (byValue) {
+      histogram = HistogramFromCounts<T>(summary.rawCounts, w, low, high);
+      counted = true;
+    }
   }
+  if constexpr (kHasValueRuns<T>) {
+    if (!counted && byRuns) counted = HistogramByRuns(data, n, w, low, high, histogram);
+  }
+  if (!counted) histogram = BuildHistogram(data, n, w, low, high);
+
   const EqualisationTable slots = BuildEqualisationTable(histogram, how.validCount, binCount);
   const EqualisedScale scale{
       low, high, w, 1.0 / w, binCount, &slots, &colours, how.reserveIndex0, how.mapType};
   const ColourRange* range = how.range;
 
   if constexpr (kHasValueColours<T>) {
-    // Only the values that occur are worth colouring.
-    std::vector<PaddedColour> byValue(kRawValueCount<T>);
-    for (int index = 0; index < kRawValueCount<T>; ++index) {
-      if (summary.rawCounts[index] == 0) continue;
-      const T v = RawValueAtIndex<T>(index);
-      const ColourEntry c =
-          range ? EqualisedRangeColour(v, scale, *range) : EqualisedColour(v, scale);
-      byValue[index] = {c[0], c[1], c[2], 0};
+    if (byValue) {
+      // Only the values that occur are worth colouring.
+      std::vector<PaddedColour> valueColours(summary.rawCounts.size());
+      for (int index = 0; index < static_cast<int>(valueColours.size()); ++index) {
+        if (summary.rawCounts[index] == 0) continue;
+        const T v = RawValueAtIndex<T>(index);
+        const ColourEntry c =
+            range ? EqualisedRangeColour(v, scale, *range) : EqualisedColour(v, scale);
+        valueColours[index] = {c[0], c[1], c[2], 0};
+      }
+      ColourByLookup(data, n, valueColours, out);
+      return;
     }
-    ColourByLookup(data, n, byValue, out);
+  }
+  if constexpr (kHasValueRuns<T>) {
+    if (byRuns && ColourByRuns(data, n, scale, range, out)) return;
+  }
+  const tbb::blocked_range<int> pixels(0, n, GrainSize(n));
+  if (range != nullptr) {
+    HisttoLUTTbbMinMaxAndColorRange<T> body(data, scale, *range, out);
+    tbb::parallel_reduce(pixels, body, tbb::auto_partitioner());
   } else {
-    const tbb::blocked_range<int> pixels(0, n, GrainSize(n));
-    if (range != nullptr) {
-      HisttoLUTTbbMinMaxAndColorRange<T> body(data, scale, *range, out);
-      tbb::parallel_reduce(pixels, body, tbb::auto_partitioner());
-    } else {
-      HisttoLUTTbbMinMax<T> body(data, scale, out);
-      tbb::parallel_reduce(pixels, body, tbb::auto_partitioner());
-    }
+    HisttoLUTTbbMinMax<T> body(data, scale, out);
+    tbb::parallel_reduce(pixels, body, tbb::auto_partitioner());
   }
 }
 

@@ -120,8 +120,9 @@ struct EqualisedColouring {
   const ColourRange* range;  // null: the whole table
 };
 
-// The valid minimum, maximum and count of the pixels, and for 8- and 16-bit pixels how many hold
-// each raw value, which lets the histogram and the colouring work per value instead of per pixel.
+// The valid minimum, maximum and count of the pixels, and for 8- and 16-bit images with at least
+// as many pixels as the type has values how many hold each raw value, which lets the histogram and
+// the colouring work per value instead of per pixel (empty otherwise).
 template <typename T>
 struct PixelSummary {
   ValueStatistics<T> stats{};

@@ -79,28 +79,31 @@ inline T RawValueAtIndex(int index) {
   return static_cast<T>(index + static_cast<int>(std::numeric_limits<T>::min()));
 }
 
-// How many pixels hold each raw value.
+// How many pixels hold each raw value, indexed by ValueColourIndex below `size`.
 template <typename T>
 class RawValueCounts {
  public:
-  explicit RawValueCounts(const T* data) : data_(data), counts(kRawValueCount<T>, 0) {}
+  RawValueCounts(const T* data, size_t size) : data_(data), counts(size, 0) {}
   RawValueCounts(RawValueCounts& other, tbb::split)
-      : data_(other.data_), counts(kRawValueCount<T>, 0) {}
+      : data_(other.data_), counts(other.counts.size(), 0) {}
 
   void operator()(const tbb::blocked_range<int>& range) {
     for (int i = range.begin(); i != range.end(); ++i) ++counts[ValueColourIndex(data_[i])];
   }
   void join(const RawValueCounts& right) {
-    for (int v = 0; v < kRawValueCount<T>; ++v) counts[v] += right.counts[v];
+    for (size_t v = 0; v < counts.size(); ++v) counts[v] += right.counts[v];
   }
 
   const T* data_;
   std::vector<uint32_t> counts;
 };
 
+// Counts of every raw value of T; with `size` below that, every pixel's ValueColourIndex must be
+// below `size`.
 template <typename T>
-std::vector<uint32_t> CountRawValues(const T* data, int n) {
-  RawValueCounts<T> body(data);
+std::vector<uint32_t> CountRawValues(const T* data, int n,
+                                     size_t size = static_cast<size_t>(kRawValueCount<T>)) {
+  RawValueCounts<T> body(data, size);
   tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), body, tbb::auto_partitioner());
   return std::move(body.counts);
 }

@@ -181,6 +181,44 @@ TEST(FloatArrayColouring, BothMethodsMatchReferenceOnRandomArrays) {
   }
 }
 
+TEST(FloatArrayColouring, EqualisedMatchesReferenceForEveryFloatOfANarrowRange) {
+  // All 2^17 floats from 2 up, each once, so every bin and slot boundary of the 256 bins is met
+  // exactly; a crowd over part of the range gives some bins many slots. Bounds inside the data,
+  // at it, around it, and at single floats beside a boundary.
+  std::mt19937_64 random(31);
+  QuietStdout quiet;
+  KivLUTSetting lut;
+  std::vector<float> values;
+  float v = 2.0f;
+  for (int i = 0; i < (1 << 17); ++i, v = std::nextafter(v, 4.0f)) values.push_back(v);
+  const float top = values.back();
+  std::uniform_real_distribution<float> crowd(2.003f, 2.0031f);
+  for (int i = 0; i < 100000; ++i) values.push_back(crowd(random));
+  for (int i = 0; i < 500; ++i) {
+    values.push_back(-FLT_MAX);
+    values.push_back(std::numeric_limits<float>::quiet_NaN());
+    values.push_back(i % 2 ? std::numeric_limits<float>::infinity()
+                           : -std::numeric_limits<float>::infinity());
+    values.push_back(i % 3 ? 0.0f : -0.0f);
+  }
+  std::shuffle(values.begin(), values.end(), random);
+  const Kiv3DFloatArray array = ArrayOf(values);
+  const float bounds[][2] = {{2.0f, top},
+                             {-1.0f, 5.0f},
+                             {2.001f, 2.007f},
+                             {std::nextafter(2.0f, 0.0f), std::nextafter(2.004f, 3.0f)},
+                             {0.0f, 2.0025f}};
+  for (const auto& b : bounds) {
+    for (int mapType : {1, 6, 10}) {
+      SCOPED_TRACE(testing::Message() << b[0] << ".." << b[1] << " map " << mapType);
+      KivColorArray out;
+      Kiv3DFloatArray input = array;
+      ASSERT_EQ(lut.SetColorLUT(input, b[0], b[1], mapType, &out), LUT_OK);
+      ASSERT_EQ(BytesOf(out), ReferenceEqualised(values, b[0], b[1], mapType));
+    }
+  }
+}
+
 TEST(FloatArrayColouring, MatchReferenceOnRealFrames) {
   std::vector<testing_support::RealFrame> frames;
   for (auto& frame : LoadRealFrames()) {

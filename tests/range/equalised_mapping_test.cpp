@@ -27,6 +27,7 @@ namespace {
 
 using testing_support::ForEachPixelType;
 using testing_support::LoadRealFrames;
+using testing_support::Marker;
 using testing_support::RandomRangeImage;
 using testing_support::ReferenceAllotSlots;
 using testing_support::ReferenceIsValid;
@@ -270,6 +271,165 @@ TEST(EqualisedMapping, MatchesReferenceOnRealFrames) {
       });
     }
   }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Float and double frames large enough for the run tables: every value next to a bin or slot
+// boundary must take the colour the formula gives it.
+
+// Fills an image of at least `minimum` pixels from `values`, then crowds part of the range (so
+// that some bins own many slots) and sprinkles the invalid and non-finite values, shuffled.
+template <typename T>
+KivRangeImage FrameOf(std::vector<T> values, T crowdLow, T crowdHigh, int minimum,
+                      std::mt19937_64& random) {
+  std::uniform_real_distribution<double> crowd(crowdLow, crowdHigh);
+  while (static_cast<int>(values.size()) < minimum) values.push_back(static_cast<T>(crowd(random)));
+  for (int i = 0; i < 600; ++i) {
+    values.push_back(Marker<T>());
+    values.push_back(std::numeric_limits<T>::quiet_NaN());
+    values.push_back(i % 2 ? std::numeric_limits<T>::infinity()
+                           : -std::numeric_limits<T>::infinity());
+  }
+  std::shuffle(values.begin(), values.end(), random);
+  // An odd width, so no row ends on a chunk boundary by accident.
+  const int width = 257;
+  const int height = static_cast<int>((values.size() + width - 1) / width);
+  values.resize(static_cast<size_t>(width) * height, values.front());
+  KivRangeImage image(width, height, PixelTraits<T>::kDataType);
+  std::copy(values.begin(), values.end(), image.Ptr<T>());
+  return image;
+}
+
+// Every form with bounds inside, at and outside the data range.
+template <typename T>
+void ExpectEveryFormMatches(KivRangeImage& image, double low, double high,
+                            std::mt19937_64& random) {
+  auto at = [&](double t) { return low * (1.0 - t) + high * t; };
+  const double bounds[][2] = {
+      {low, high}, {at(0.1), at(0.8)}, {at(0.37), high}, {at(-1.0), at(2.0)}};
+  for (const auto& b : bounds) {
+    for (Form form : {Form::kDataRange, Form::kBounds, Form::kColourRange}) {
+      Request q;
+      q.form = form;
+      q.mapType = static_cast<int>(random() % 11);
+      q.low = b[0];
+      q.high = b[1];
+      q.lo = static_cast<int>(random() % 40);
+      q.hi = 200 + static_cast<int>(random() % 56);
+      q.below = KivColor(1, 2, 3);
+      q.above = KivColor(4, 5, 6);
+      SCOPED_TRACE(testing::Message() << "form " << int(form) << " bounds " << q.low << ".."
+                                      << q.high << " map " << q.mapType);
+      ExpectMatchesReference<T>(image, q, random);
+    }
+  }
+}
+
+TEST(EqualisedMapping, EveryFloatOfANarrowRangeMatchesTheReference) {
+  // All 2^18 floats from 1 up, each once, so every bin and slot boundary is met exactly, with a
+  // crowd over part of the range, the values just below the range and the zeros and subnormals.
+  std::mt19937_64 random(23);
+  std::vector<float> values;
+  float v = 1.0f;
+  for (int i = 0; i < (1 << 18); ++i, v = std::nextafter(v, 2.0f)) values.push_back(v);
+  for (float f : {0.0f, -0.0f, std::numeric_limits<float>::denorm_min(), FLT_MIN, 0.999999f}) {
+    values.push_back(f);
+  }
+  KivRangeImage image = FrameOf<float>(values, 1.01f, 1.012f, 400000, random);
+  ExpectEveryFormMatches<float>(image, 1.0, static_cast<double>(v), random);
+}
+
+TEST(EqualisedMapping, ValuesBesideEveryBoundaryMatchTheReference) {
+  // Neighbourhoods of 24 representable values either side of 4097 evenly spaced points (every bin
+  // boundary among them) and of the bin and slot boundaries of a crowded stretch, for data ranges
+  // across zero, far from it, and one so wide that its width is not a float.
+  std::mt19937_64 random(29);
+  auto run = [&](auto tag, double low, double high) {
+    using T = typename decltype(tag)::type;
+    SCOPED_TRACE(testing::Message()
+                 << (sizeof(T) == 4 ? "float " : "double ") << low << ".." << high);
+    std::vector<T> values;
+    auto around = [&](double centre, int steps) {
+      T x = static_cast<T>(centre);
+      for (int k = 0; k < steps; ++k) x = std::nextafter(x, std::numeric_limits<T>::lowest());
+      for (int k = 0; k < 2 * steps + 1;
+           ++k, x = std::nextafter(x, std::numeric_limits<T>::max())) {
+        if (x >= static_cast<T>(low) && x <= static_cast<T>(high)) values.push_back(x);
+      }
+    };
+    // Weighted sums, not low + t * (high - low): the difference of the widest range overflows.
+    auto at = [&](double t) { return low * (1.0 - t) + high * t; };
+    for (int i = 0; i <= 4096; ++i) around(at(i / 4096.0), 24);
+    const double crowdLow = at(0.4);
+    const double crowdHigh = at(0.41);
+    for (int i = 0; i <= 2048; ++i) around(crowdLow + (crowdHigh - crowdLow) * i / 2048.0, 6);
+    for (T f : {T(0), T(-0.0), std::numeric_limits<T>::denorm_min(),
+                -std::numeric_limits<T>::denorm_min(), std::numeric_limits<T>::min()}) {
+      if (f >= static_cast<T>(low) && f <= static_cast<T>(high)) values.push_back(f);
+    }
+    KivRangeImage image =
+        FrameOf<T>(values, static_cast<T>(crowdLow), static_cast<T>(crowdHigh), 300000, random);
+    ExpectEveryFormMatches<T>(image, low, high, random);
+  };
+  run(PixelTypeTag<float>{}, -3.0, 5.0);
+  run(PixelTypeTag<float>{}, 1000.0, 1000.5);
+  run(PixelTypeTag<float>{}, -3e38, 3e38);
+  run(PixelTypeTag<double>{}, -3.0, 5.0);
+  run(PixelTypeTag<double>{}, 1e6, 1e6 + 0.25);
+  run(PixelTypeTag<double>{}, -1.7e308, 1.7e308);
+}
+
+TEST(EqualisedMapping, ImagesJustPastTheRunTableSizeMatchTheReference) {
+  // A few thousand pixels: the run tables with their coarsest cells, where more run starts share
+  // a cell.
+  std::mt19937_64 random(47);
+  auto run = [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    for (const auto& [width, height] : {std::pair{64, 64}, {77, 71}, {160, 120}}) {
+      for (int round = 0; round < 6; ++round) {
+        KivRangeImage image = RandomRangeImage<T>(width, height, random);
+        Request q = RandomRequest<T>(image, random);
+        q.form = static_cast<Form>(round % 3);
+        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
+        ExpectMatchesReference<T>(image, q, random);
+      }
+    }
+  };
+  run(PixelTypeTag<float>{});
+  run(PixelTypeTag<double>{});
+  // 16-bit images whose values spread wider than their pixel count also colour by runs.
+  run(PixelTypeTag<uint16_t>{});
+  run(PixelTypeTag<int16_t>{});
+}
+
+TEST(EqualisedMapping, SmallImagesWithFewRawValuesMatchTheReference) {
+  // Fewer pixels than the type has values, but more than the raw values up to the maximum: the
+  // counts cover only those. Sizes either side of the value count, all three forms.
+  std::mt19937_64 random(37);
+  auto run = [&](auto tag, int lowest, int spread) {
+    using T = typename decltype(tag)::type;
+    for (const auto& [width, height] : {std::pair{1, 1}, {7, 5}, {33, 31}, {101, 3}, {250, 201}}) {
+      for (int round = 0; round < 6; ++round) {
+        KivRangeImage image(width, height, PixelTraits<T>::kDataType);
+        T* pixels = image.Ptr<T>();
+        for (int i = 0; i < width * height; ++i) {
+          pixels[i] = random() % 10 == 0
+                          ? Marker<T>()
+                          : static_cast<T>(lowest + static_cast<int>(random() % spread));
+        }
+        image.SetResolution(1.0, 1.0, round % 2 ? 1.0 : 0.5);
+        Request q = RandomRequest<T>(image, random);
+        q.form = static_cast<Form>(round % 3);
+        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
+        ExpectMatchesReference<T>(image, q, random);
+      }
+    }
+  };
+  run(PixelTypeTag<uint16_t>{}, 1, 40);
+  run(PixelTypeTag<uint16_t>{}, 900, 400);
+  run(PixelTypeTag<int16_t>{}, -32767, 300);
+  run(PixelTypeTag<uint8_t>{}, 1, 255);
+  run(PixelTypeTag<int8_t>{}, -127, 100);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -6,6 +6,9 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <vector>
@@ -224,6 +227,119 @@ TEST(Statistics, MatchSerialReferenceOnRandomImages) {
       if (w > 1e-8 && std::isfinite(w)) ExpectStatisticsMatchReference(data, n, low, high, w);
     }
   });
+}
+
+}  // namespace
+}  // namespace KIVMV
+
+namespace KIVMV {
+namespace {
+
+template <typename T>
+T FromBits(uint64_t bits) {
+  T v;
+  if constexpr (sizeof(T) == 4) {
+    const uint32_t narrow = static_cast<uint32_t>(bits);
+    std::memcpy(&v, &narrow, sizeof v);
+  } else {
+    std::memcpy(&v, &bits, sizeof v);
+  }
+  return v;
+}
+
+template <typename T>
+uint64_t BitsOf(T v) {
+  if constexpr (sizeof(T) == 4) {
+    uint32_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    return bits;
+  } else {
+    uint64_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    return bits;
+  }
+}
+
+TEST(Statistics, FloatingStatisticsOfOneValueFollowTheValidRule) {
+  // Every pattern of the top 16 bits (sign, exponent, leading fraction bits) with low bits of
+  // 0, 1, all ones and random: NaNs of either sign, infinities, the marker, subnormals, zeros.
+  std::mt19937_64 random(41);
+  auto check = [](auto v) {
+    using T = decltype(v);
+    const ValueStatistics<T> got = FindFloatingValueStatistics(&v, 1);
+    if (IsValidPixel(v)) {
+      ASSERT_EQ(got.validCount, 1u) << BitsOf(v);
+      ASSERT_EQ(BitsOf(got.minimum), BitsOf(v));
+      ASSERT_EQ(BitsOf(got.maximum), BitsOf(v));
+    } else {
+      ASSERT_EQ(got.validCount, 0u) << BitsOf(v);
+      ASSERT_EQ(got.minimum, PixelTraits<T>::kInitialMin);
+      ASSERT_EQ(got.maximum, PixelTraits<T>::kInitialMax);
+    }
+  };
+  for (uint64_t top = 0; top < 0x10000; ++top) {
+    for (uint64_t low : {uint64_t{0}, uint64_t{1}, uint64_t{0xFFFF}, uint64_t{random() & 0xFFFF}}) {
+      check(FromBits<float>(top << 16 | low));
+    }
+    const uint64_t lows[] = {0, 1, (uint64_t{1} << 48) - 1, random() & ((uint64_t{1} << 48) - 1)};
+    for (uint64_t low : lows) check(FromBits<double>(top << 48 | low));
+  }
+  check(-FLT_MAX);
+  check(std::nextafter(-FLT_MAX, 0.0f));
+  check(FLT_MAX);
+  check(-DBL_MAX);
+  check(std::nextafter(-DBL_MAX, 0.0));
+  check(DBL_MAX);
+}
+
+TEST(Statistics, FloatingStatisticsMatchTheSerialRule) {
+  std::mt19937_64 random(43);
+  auto run = [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    const T specials[] = {T(0),
+                          T(-0.0),
+                          std::numeric_limits<T>::denorm_min(),
+                          -std::numeric_limits<T>::denorm_min(),
+                          std::numeric_limits<T>::max(),
+                          std::nextafter(std::numeric_limits<T>::lowest(), T(0)),
+                          std::numeric_limits<T>::lowest(),
+                          std::numeric_limits<T>::infinity(),
+                          -std::numeric_limits<T>::infinity(),
+                          std::numeric_limits<T>::quiet_NaN(),
+                          -std::numeric_limits<T>::quiet_NaN()};
+    for (int n : {1, 2, 3, 17, 1000, 65537, 300001}) {
+      for (int round = 0; round < 4; ++round) {
+        std::vector<T> values(static_cast<size_t>(n));
+        std::normal_distribution<double> value(round * 100.0 - 150.0, 50.0);
+        for (T& v : values) {
+          v = random() % 10 < 2 ? specials[random() % std::size(specials)]
+                                : static_cast<T>(value(random));
+        }
+        if (round == 3) {
+          for (T& v : values) v = std::numeric_limits<T>::quiet_NaN();  // no valid value
+        }
+        T minimum = PixelTraits<T>::kInitialMin, maximum = PixelTraits<T>::kInitialMax;
+        uint32_t count = 0;
+        for (T v : values) {
+          if (!ReferenceIsValid(v)) continue;
+          minimum = std::min(minimum, v);
+          maximum = std::max(maximum, v);
+          ++count;
+        }
+        const ValueStatistics<T> got = FindFloatingValueStatistics(values.data(), n);
+        ASSERT_EQ(got.validCount, count) << n;
+        // Equal as values: of -0 and +0 either may stand for a zero extreme.
+        ASSERT_EQ(got.minimum, minimum) << n;
+        ASSERT_EQ(got.maximum, maximum) << n;
+        const ValueStatistics<T> general = FindValueStatistics(values.data(), n);
+        ASSERT_EQ(got.validCount, general.validCount);
+        ASSERT_EQ(got.minimum, general.minimum);
+        ASSERT_EQ(got.maximum, general.maximum);
+      }
+    }
+  };
+  run(PixelTypeTag<float>{});
+  run(PixelTypeTag<double>{});
 }
 
 }  // namespace
