@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -36,6 +37,105 @@ inline void UpdateExtremes(T v, T& minimum, T& maximum) {
   if (v > maximum) maximum = v;
 }
 
+// The valid float values are exactly those in (-FLT_MAX, FLT_MAX]: the marker distance is 0 only
+// at the marker itself, every other finite value lies at least 2^104 away, and NaN fails both
+// comparisons. Two comparisons instead of a widening and a finiteness test let loops vectorise.
+inline bool IsValidFloatPixel(float v) { return v > -FLT_MAX && v <= FLT_MAX; }
+
+// Minimum and maximum of f(data[i]) over begin..end-1 where that value passes `isValid`, merged
+// into `minimum` and `maximum` exactly as UpdateExtremes would merge them one at a time. Eight
+// independent lanes let the loop vectorise. Lanes change only which of two equal values is kept,
+// and the only distinct floats that compare equal are +0 and -0; when an extreme is zero the first
+// zero in order is taken, as the one-at-a-time loop keeps it.
+template <typename Value, typename IsValid>
+inline void MergeFloatExtremes(size_t begin, size_t end, Value&& f, IsValid&& isValid,
+                               float& minimum, float& maximum) {
+  constexpr size_t kLanes = 8;
+  float low[kLanes], high[kLanes];
+  for (size_t j = 0; j < kLanes; ++j) {
+    low[j] = FLT_MAX;
+    high[j] = -FLT_MAX;
+  }
+  size_t i = begin;
+  for (; i + kLanes <= end; i += kLanes) {
+    for (size_t j = 0; j < kLanes; ++j) {
+      const float v = f(i + j);
+      const bool valid = isValid(v);
+      const float a = valid ? v : FLT_MAX;
+      const float b = valid ? v : -FLT_MAX;
+      low[j] = a < low[j] ? a : low[j];
+      high[j] = b > high[j] ? b : high[j];
+    }
+  }
+  for (; i < end; ++i) {
+    const float v = f(i);
+    if (isValid(v)) UpdateExtremes(v, low[0], high[0]);
+  }
+  float rangeLow = low[0], rangeHigh = high[0];
+  for (size_t j = 1; j < kLanes; ++j) {
+    if (low[j] < rangeLow) rangeLow = low[j];
+    if (high[j] > rangeHigh) rangeHigh = high[j];
+  }
+  if (rangeLow == 0.0f || rangeHigh == 0.0f) {
+    for (size_t k = begin; k < end; ++k) {
+      const float v = f(k);
+      if (v == 0.0f && isValid(v)) {
+        if (rangeLow == 0.0f) rangeLow = v;
+        if (rangeHigh == 0.0f) rangeHigh = v;
+        break;
+      }
+    }
+  }
+  // The initial extremes FLT_MAX and -FLT_MAX are valid values themselves, so a range without a
+  // valid value merges like one holding only those.
+  if (rangeLow < minimum) minimum = rangeLow;
+  if (rangeHigh > maximum) maximum = rangeHigh;
+}
+
+// MergeFloatExtremes over the valid pixels data[begin..end-1], four at a time in vector
+// registers: the comparisons are the same per lane, so the result is too.
+inline void MergeValidFloatExtremes(const float* data, size_t begin, size_t end, float& minimum,
+                                    float& maximum) {
+#if defined(__GNUC__) && !defined(__clang__)
+  typedef float Floats __attribute__((vector_size(16)));
+  typedef int32_t Masks __attribute__((vector_size(16)));
+  Floats low = {FLT_MAX, FLT_MAX, FLT_MAX, FLT_MAX};
+  Floats high = {-FLT_MAX, -FLT_MAX, -FLT_MAX, -FLT_MAX};
+  size_t i = begin;
+  for (; i + 4 <= end; i += 4) {
+    Floats v;
+    std::memcpy(&v, data + i, sizeof v);
+    const Masks valid = (v > -FLT_MAX) & (v <= FLT_MAX);
+    const Floats a = valid ? v : FLT_MAX;
+    const Floats b = valid ? v : -FLT_MAX;
+    low = a < low ? a : low;
+    high = b > high ? b : high;
+  }
+  float rangeLow = FLT_MAX, rangeHigh = -FLT_MAX;
+  for (int l = 0; l < 4; ++l) {
+    if (low[l] < rangeLow) rangeLow = low[l];
+    if (high[l] > rangeHigh) rangeHigh = high[l];
+  }
+  for (; i < end; ++i) {
+    if (IsValidFloatPixel(data[i])) UpdateExtremes(data[i], rangeLow, rangeHigh);
+  }
+  if (rangeLow == 0.0f || rangeHigh == 0.0f) {
+    for (size_t k = begin; k < end; ++k) {
+      if (data[k] == 0.0f) {
+        if (rangeLow == 0.0f) rangeLow = data[k];
+        if (rangeHigh == 0.0f) rangeHigh = data[k];
+        break;
+      }
+    }
+  }
+  if (rangeLow < minimum) minimum = rangeLow;
+  if (rangeHigh > maximum) maximum = rangeHigh;
+#else
+  MergeFloatExtremes(
+      begin, end, [data](size_t i) { return data[i]; }, IsValidFloatPixel, minimum, maximum);
+#endif
+}
+
 template <typename T>
 class MinMaxBody {
  public:
@@ -43,8 +143,12 @@ class MinMaxBody {
   MinMaxBody(MinMaxBody& other, tbb::split) : data_(other.data_) {}
 
   void operator()(const tbb::blocked_range<size_t>& range) {
-    for (size_t i = range.begin(); i != range.end(); ++i) {
-      if (IsValidPixel(data_[i])) UpdateExtremes(data_[i], minimum, maximum);
+    if constexpr (std::is_same_v<T, float>) {
+      MergeValidFloatExtremes(data_, range.begin(), range.end(), minimum, maximum);
+    } else {
+      for (size_t i = range.begin(); i != range.end(); ++i) {
+        if (IsValidPixel(data_[i])) UpdateExtremes(data_[i], minimum, maximum);
+      }
     }
   }
   void join(const MinMaxBody& right) {
