@@ -5,10 +5,15 @@
 #include <tbb/partitioner.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
+#include <memory>
 #include <opencv2/core.hpp>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "KivLUTStatus.h"
@@ -125,6 +130,299 @@ FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, dou
 
 namespace {
 
+// Floats in their numeric order as integers: -0 directly below +0, bijective on non-NaN floats.
+int64_t OrderedKey(float v) {
+  uint32_t bits = 0;
+  std::memcpy(&bits, &v, 4);
+  return (bits >> 31) != 0 ? -static_cast<int64_t>(bits & 0x7FFFFFFFu) - 1
+                           : static_cast<int64_t>(bits);
+}
+
+float FromOrderedKey(int64_t key) {
+  const uint32_t bits =
+      key >= 0 ? static_cast<uint32_t>(key) : 0x80000000u | static_cast<uint32_t>(-(key + 1));
+  float v = 0.0f;
+  std::memcpy(&v, &bits, 4);
+  return v;
+}
+
+}  // namespace
+
+bool BuildLinearSlots(float lo, float hi, const ColourTable& table, const ColourEntry& invalid,
+                      LinearSlots& slots) {
+  if (!(std::isfinite(lo) && std::isfinite(hi) && lo < hi)) return false;
+  const float span = hi - lo;
+  if (!std::isfinite(span)) return false;
+  slots.lo = lo;
+  slots.hi = hi;
+  slots.scale = static_cast<float>(LinearSlots::kCount) / span;
+  slots.slots[LinearSlots::kBelow] = PackColour(table[0]);
+  slots.slots[LinearSlots::kAbove] = PackColour(table[kColourTableSize - 1]);
+  slots.slots[LinearSlots::kInvalid] = PackColour(invalid);
+
+  // The threshold of each entry k = 2..255 and the slot it falls in.
+  std::array<float, kColourTableSize> thresholds{};
+  std::array<int32_t, kColourTableSize> thresholdSlots{};
+  // Entry 1 at lo and 255 at hi bracket every threshold: entryAt(a) < k <= entryAt(b) throughout.
+  const int64_t keyLo = OrderedKey(lo), keyHi = OrderedKey(hi);
+  const auto entryAt = [lo, hi](int64_t key) { return LinearEntry(FromOrderedKey(key), lo, hi); };
+  for (int k = 2; k < kColourTableSize; ++k) {
+    // Start next to where the threshold should be and widen the bracket in doubling steps, so a
+    // handful of evaluations find it instead of a bisection over the whole range.
+    const float guess =
+        numeric::NarrowToFloat(static_cast<double>(lo) + static_cast<double>(span) * (k / 255.0));
+    const int64_t start = std::clamp(OrderedKey(guess), keyLo, keyHi);
+    int64_t a = keyLo, b = keyHi;
+    if (entryAt(start) >= k) {
+      b = start;
+      for (int64_t step = 1;; step *= 2) {
+        if (b - step <= keyLo) break;
+        if (entryAt(b - step) < k) {
+          a = b - step;
+          break;
+        }
+        b -= step;
+      }
+    } else {
+      a = start;
+      for (int64_t step = 1;; step *= 2) {
+        if (a + step >= keyHi) break;
+        if (entryAt(a + step) >= k) {
+          b = a + step;
+          break;
+        }
+        a += step;
+      }
+    }
+    while (b - a > 1) {
+      const int64_t middle = a + (b - a) / 2;
+      (entryAt(middle) >= k ? b : a) = middle;
+    }
+    thresholds[k] = FromOrderedKey(b);
+    thresholdSlots[k] = LinearSlotOf(thresholds[k], lo, slots.scale);
+  }
+  // Thresholds and their slots are non-decreasing in k. Entry e holds from t_e up to t_(e+1).
+  int entry = 1;
+  int k = 2;
+  int splitCount = 0;
+  for (int slot = 0; slot < LinearSlots::kCount; ++slot) {
+    const int first = k;
+    while (k < kColourTableSize && thresholdSlots[k] == slot) ++k;
+    if (k == first) {
+      slots.slots[slot] = PackColour(table[entry]);
+      continue;
+    }
+    // All thresholds in the slot must be one value, crossed by a single comparison.
+    if (thresholds[k - 1] != thresholds[first]) return false;
+    slots.splits[splitCount] = {thresholds[first], PackColour(table[entry]),
+                                PackColour(table[entry + (k - first)])};
+    slots.slots[slot] = LinearSlots::kSplitBit | static_cast<uint32_t>(splitCount);
+    ++splitCount;
+    entry += k - first;
+  }
+  return true;
+}
+
+namespace {
+
+// Valid floats as unsigned keys in their numeric order (-0 just below +0).
+uint32_t SortKey(float v) {
+  uint32_t bits = 0;
+  std::memcpy(&bits, &v, 4);
+  // Negative values have all bits flipped, the others only the sign bit; branch-free.
+  const uint32_t flip = (0u - (bits >> 31)) | 0x80000000u;
+  return bits ^ flip;
+}
+
+float FromSortKey(uint32_t key) {
+  const uint32_t bits = (key & 0x80000000u) != 0 ? (key & 0x7FFFFFFFu) : ~key;
+  float v = 0.0f;
+  std::memcpy(&v, &bits, 4);
+  return v;
+}
+
+constexpr int kKeyHalfCount = 1 << 16;
+
+// Merges the least and greatest of the n values from `data` other than NaN into `lowest` and
+// `highest`. Which of two zeros is kept does not matter to the callers.
+void NonNanExtremes(const float* data, int n, float& lowest, float& highest) {
+  float low = lowest, high = highest;
+  int i = 0;
+#if defined(__GNUC__) && !defined(__clang__)
+  typedef float Floats __attribute__((vector_size(16)));
+  Floats lows = {low, low, low, low}, highs = {high, high, high, high};
+  for (; i + 4 <= n; i += 4) {
+    Floats v;
+    std::memcpy(&v, data + i, sizeof v);
+    lows = v < lows ? v : lows;  // NaN fails the comparison and leaves the extreme
+    highs = v > highs ? v : highs;
+  }
+  for (int l = 0; l < 4; ++l) {
+    low = lows[l] < low ? lows[l] : low;
+    high = highs[l] > high ? highs[l] : high;
+  }
+#endif
+  for (; i < n; ++i) {
+    low = data[i] < low ? data[i] : low;
+    high = data[i] > high ? data[i] : high;
+  }
+  lowest = low;
+  highest = high;
+}
+
+// How many valid pixels have each upper key half; invalid pixels go to one extra bucket past the
+// end, which keeps the loop free of branches. Neighbouring pixels mostly share a bucket, so four
+// interleaved copies of the counts keep consecutive increments off one counter. Also the least and
+// greatest value other than NaN, infinities and the marker included.
+class UpperKeyCounts {
+ public:
+  static constexpr int kCopies = 4;
+  static constexpr int kStride = kKeyHalfCount + 1;
+
+  explicit UpperKeyCounts(const float* data) : data_(data), counts(kCopies * kStride, 0) {}
+  UpperKeyCounts(UpperKeyCounts& other, tbb::split)
+      : data_(other.data_), counts(kCopies * kStride, 0) {}
+
+  void operator()(const tbb::blocked_range<int>& range) {
+    // Per block, the buckets in a loop that vectorises, then the increments.
+    constexpr int kBlock = 256;
+    uint32_t buckets[kBlock];
+    uint32_t* c = counts.data();
+    for (int start = range.begin(); start < range.end(); start += kBlock) {
+      const int length = range.end() - start < kBlock ? range.end() - start : kBlock;
+      const float* v = data_ + start;
+      for (int j = 0; j < length; ++j) {
+        const float x = v[j];
+        const uint32_t bucket = SortKey(x) >> 16;
+        buckets[j] = (x > -FLT_MAX) & (x <= FLT_MAX) ? bucket : kKeyHalfCount;
+      }
+      int j = 0;
+      for (; j + kCopies <= length; j += kCopies) {
+        ++c[buckets[j]];
+        ++c[kStride + buckets[j + 1]];
+        ++c[2 * kStride + buckets[j + 2]];
+        ++c[3 * kStride + buckets[j + 3]];
+      }
+      for (; j < length; ++j) ++c[buckets[j]];
+    }
+    NonNanExtremes(data_ + range.begin(), range.end() - range.begin(), lowest, highest);
+  }
+  void join(const UpperKeyCounts& right) {
+    for (size_t b = 0; b < counts.size(); ++b) counts[b] += right.counts[b];
+    lowest = right.lowest < lowest ? right.lowest : lowest;
+    highest = right.highest > highest ? right.highest : highest;
+  }
+  // The counts of the copies added up, in the first.
+  void Merge() {
+    for (int copy = 1; copy < kCopies; ++copy) {
+      for (int b = 0; b < kStride; ++b) counts[b] += counts[copy * kStride + b];
+    }
+  }
+
+  const float* data_;
+  std::vector<uint32_t> counts;
+  float lowest = std::numeric_limits<float>::infinity();
+  float highest = -std::numeric_limits<float>::infinity();
+};
+
+// How many valid pixels in each of two upper key halves have each lower key half.
+class LowerKeyCounts {
+ public:
+  LowerKeyCounts(const float* data, uint32_t first, uint32_t second)
+      : data_(data), first_(first), second_(second), counts(2 * kKeyHalfCount, 0) {}
+  LowerKeyCounts(LowerKeyCounts& other, tbb::split)
+      : data_(other.data_),
+        first_(other.first_),
+        second_(other.second_),
+        counts(2 * kKeyHalfCount, 0) {}
+
+  void operator()(const tbb::blocked_range<int>& range) {
+    // Few pixels fall in the two buckets: a loop that vectorises finds them in each block, and
+    // blocks without one are skipped.
+    constexpr int kBlock = 64;
+    uint32_t keys[kBlock];
+    uint8_t hits[kBlock];
+    for (int start = range.begin(); start < range.end(); start += kBlock) {
+      const int length = range.end() - start < kBlock ? range.end() - start : kBlock;
+      const float* v = data_ + start;
+      uint32_t any = 0;
+      for (int j = 0; j < length; ++j) {
+        const float x = v[j];
+        const uint32_t key = SortKey(x);
+        const uint32_t upper = key >> 16;
+        const uint32_t hit = static_cast<uint32_t>((x > -FLT_MAX) & (x <= FLT_MAX) &
+                                                   ((upper == first_) | (upper == second_)));
+        keys[j] = key;
+        hits[j] = static_cast<uint8_t>(hit);
+        any |= hit;
+      }
+      if (any == 0) continue;
+      for (int j = 0; j < length; ++j) {
+        if (hits[j] == 0) continue;
+        const uint32_t upper = keys[j] >> 16, lower = keys[j] & 0xFFFFu;
+        if (upper == first_) ++counts[lower];
+        if (upper == second_) ++counts[kKeyHalfCount + lower];
+      }
+    }
+  }
+  void join(const LowerKeyCounts& right) {
+    for (int b = 0; b < 2 * kKeyHalfCount; ++b) counts[b] += right.counts[b];
+  }
+
+  const float* data_;
+  uint32_t first_;
+  uint32_t second_;
+  std::vector<uint32_t> counts;
+};
+
+// The bucket of `counts` (from `begin`, kKeyHalfCount of them) holding sorted position `position`,
+// and the position within it.
+std::pair<uint32_t, uint32_t> FindPosition(const uint32_t* counts, int64_t position) {
+  int64_t before = 0;
+  for (uint32_t b = 0; b < static_cast<uint32_t>(kKeyHalfCount); ++b) {
+    if (position < before + counts[b]) return {b, static_cast<uint32_t>(position - before)};
+    before += counts[b];
+  }
+  return {kKeyHalfCount - 1, 0};  // not reached: the position is below the total
+}
+
+}  // namespace
+
+FloatFractionCut CutFloatPixelsAtFractions(const float* data, int n, double upperFraction,
+                                           double lowerFraction) {
+  FloatFractionCut result{{0.0f, 0.0f}, 0.0f, 0.0f};
+  FractionCut& cut = result.cut;
+  UpperKeyCounts upper(data);
+  tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), upper, tbb::auto_partitioner());
+  upper.Merge();
+  result.lowest = upper.lowest;
+  result.highest = upper.highest;
+  const int64_t count = static_cast<int64_t>(n) - upper.counts[kKeyHalfCount];
+  if (count > 0) {
+    // The same positions as CutAtFractions.
+    int64_t lowIndex = numeric::TruncateToInt64(static_cast<double>(count) * lowerFraction);
+    int64_t highIndex =
+        numeric::TruncateToInt64((1.0 - upperFraction) * static_cast<double>(count));
+    lowIndex = std::clamp<int64_t>(lowIndex, 0, count - 1);
+    highIndex = std::clamp<int64_t>(highIndex, lowIndex, count - 1);
+    const auto [lowBucket, lowRank] = FindPosition(upper.counts.data(), lowIndex);
+    const auto [highBucket, highRank] = FindPosition(upper.counts.data(), highIndex);
+    upper.counts = std::vector<uint32_t>();
+    LowerKeyCounts lower(data, lowBucket, highBucket);
+    tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), lower,
+                         tbb::auto_partitioner());
+    const uint32_t lowHalf = FindPosition(lower.counts.data(), lowRank).first;
+    const uint32_t highHalf = FindPosition(lower.counts.data() + kKeyHalfCount, highRank).first;
+    cut.lowValue = FromSortKey((lowBucket << 16) | lowHalf);
+    cut.highValue = FromSortKey((highBucket << 16) | highHalf);
+  }
+  // A single cut value would leave nothing to divide by.
+  if (cut.highValue == cut.lowValue) cut.highValue = cut.lowValue + 1e-6f;
+  return result;
+}
+
+namespace {
+
 // The colouring stage of the routines below: `kernel` typed by the image's pixel type. A data type
 // outside the seven colours nothing and succeeds.
 template <typename Kernel>
@@ -163,27 +461,78 @@ void ColourLinearSerial(const T* data, int n, const SerialLinearMapping& mapping
   }
 }
 
-// Valid pixels only; the vector is what the fraction cut sorts.
-std::vector<float> ValidValues(const float* data, int n) {
-  std::vector<float> valid;
-  valid.reserve(static_cast<size_t>(n));
-  for (int i = 0; i < n; ++i) {
-    if (IsValidPixel(data[i])) valid.push_back(data[i]);
-  }
-  return valid;
-}
-
 // Every pixel, invalid ones included, becomes (v - lowValue) / (highValue - lowValue) clamped to
 // [0, 1] in single precision. The clamp is a maximum with 0, then a minimum with 1: markers and
 // infinities end up at 0 or 1 and count as valid afterwards, while NaN fails both comparisons and
-// stays NaN, so it keeps the invalid colour.
-void ClipToUnitRange(float* data, int n, const FractionCut& cut) {
-  const float span = cut.highValue - cut.lowValue;
+// stays NaN, so it keeps the invalid colour. Evaluated where needed rather than stored: twice per
+// pixel costs less than writing and reading back a copy of the image.
+struct ClippedToCut {
+  const float* data;
+  float lowValue;
+  float span;
+  float Of(float v) const { return std::min(std::max((v - lowValue) / span, 0.0f), 1.0f); }
+  template <typename Index>
+  float operator()(Index i) const {
+    return Of(data[i]);
+  }
+};
+
+// FindMinMax of the clipped values.
+class ClippedExtremesBody {
+ public:
+  explicit ClippedExtremesBody(const ClippedToCut& clipped) : clipped_(clipped) {}
+  ClippedExtremesBody(ClippedExtremesBody& other, tbb::split) : clipped_(other.clipped_) {}
+
+  void operator()(const tbb::blocked_range<size_t>& range) {
+    MergeFloatExtremes(range.begin(), range.end(), clipped_, IsValidFloatPixel, minimum, maximum);
+  }
+  void join(const ClippedExtremesBody& right) {
+    if (right.minimum < minimum) minimum = right.minimum;
+    if (right.maximum > maximum) maximum = right.maximum;
+  }
+
+  ClippedToCut clipped_;
+  float minimum = PixelTraits<float>::kInitialMin;
+  float maximum = PixelTraits<float>::kInitialMax;
+};
+
+// ColourLinearParallel for the clipped values: the same chunks, kernel and lookup.
+void ColourClippedParallel(const ClippedToCut& clipped, int n, float lo, float hi, int mapType,
+                           uint8_t* out) {
+  const ColourTable& table = SelectColourTable(mapType);
+  const ColourEntry& invalid = InvalidColour(mapType);
+  std::unique_ptr<LinearSlots> slots;
+  if (n >= kLinearSlotsMinPixels) {
+    slots = std::make_unique<LinearSlots>();
+    if (!BuildLinearSlots(lo, hi, table, invalid, *slots)) slots.reset();
+  }
+  const std::vector<int> boundaries = ChunkBoundaries(n, ConfiguredWorkerCount());
+  const int chunkCount = static_cast<int>(boundaries.size()) - 1;
+  const LinearSlots* lookup = slots.get();
   tbb::parallel_for(
-      tbb::blocked_range<int>(0, n, GrainSize(n)),
-      [&](const tbb::blocked_range<int>& range) {
-        for (int i = range.begin(); i != range.end(); ++i) {
-          data[i] = std::min(std::max((data[i] - cut.lowValue) / span, 0.0f), 1.0f);
+      tbb::blocked_range<int>(0, chunkCount, 1),
+      [&](const tbb::blocked_range<int>& chunks) {
+        for (int c = chunks.begin(); c != chunks.end(); ++c) {
+          ThrowIfInjected(FaultStage::kColouring);
+          const int begin = boundaries[c];
+          const int end = boundaries[c + 1];
+          if (lookup != nullptr) {
+            // The clipped values of a block at a time, formed in a loop that vectorises.
+            constexpr int kBlock = 1024;
+            float values[kBlock];
+            for (int start = begin; start < end; start += kBlock) {
+              const int length = end - start < kBlock ? end - start : kBlock;
+              for (int j = 0; j < length; ++j) values[j] = clipped(start + j);
+              ColourBlockBySlots(values, length, start + length < end, *lookup,
+                                 out + 3 * static_cast<size_t>(start));
+            }
+          } else {
+            const ClippedToCut local = clipped;
+            for (int i = begin; i < end; ++i) {
+              WriteColour(out + 3 * static_cast<size_t>(i),
+                          LinearColour(local(i), lo, hi, table, invalid));
+            }
+          }
         }
       },
       tbb::auto_partitioner());
@@ -268,24 +617,33 @@ long LinearColourMapFractions(const KivRangeImage& image, KivColorArray* out, in
   if (!IsFraction(lowerFraction)) return LUT_ERR_PARAM_3;
   if (out == nullptr) return LUT_ERR_OUTPUT_FAILED;
 
-  // The values are rewritten before they are coloured.
-  KivRangeImage copy;
+  // The caller's pixels are only read: the clipped values are formed on the fly.
   uint8_t* colours = nullptr;
-  const long sized = CopyAndSizeOutput(image, n, *out, copy, colours);
+  const long sized = SizeColourOutput(*out, n, LUT_ERR_OUTPUT_FAILED, colours);
   if (sized != LUT_OK) return sized;
 
   // Only float pixel matrices are coloured here; anything else ends the call with all bits set.
-  if (copy.Mat().empty() || copy.Mat().type() != CV_32FC1) return -1;
+  if (image.Mat().empty() || image.Mat().type() != CV_32FC1) return -1;
 
   return RunStage(LUT_ERR_PARA_MAPPING_FAILED, [&] {
-    float* values = copy.Ptr<float>();
+    const float* values = image.Ptr<float>();
     ThrowIfInjected(FaultStage::kStatistics);
-    std::vector<float> valid = ValidValues(values, n);
-    const FractionCut cut = CutAtFractions(valid, upperFraction, lowerFraction);
-    valid = std::vector<float>();  // not needed past the cut; give the memory back early
-    ClipToUnitRange(values, n, cut);
-    const ValueStatistics<float> extremes = FindMinMax(values, n);
-    ColourLinearParallel(values, n, extremes.minimum, extremes.maximum, mapType, colours);
+    const FloatFractionCut cut = CutFloatPixelsAtFractions(values, n, upperFraction, lowerFraction);
+    const ClippedToCut clipped{values, cut.cut.lowValue, cut.cut.highValue - cut.cut.lowValue};
+    ClippedExtremesBody extremes(clipped);
+    if (std::isfinite(clipped.span) && clipped.span > 0.0f) {
+      // The clipped value is non-decreasing in the pixel value and NaN only for NaN, so the
+      // clipped extremes are those of the least and greatest pixel. (Which zero a zero extreme
+      // is does not change a colour.)
+      if (cut.lowest <= cut.highest) {
+        extremes.minimum = clipped.Of(cut.lowest);
+        extremes.maximum = clipped.Of(cut.highest);
+      }
+    } else {
+      tbb::parallel_reduce(tbb::blocked_range<size_t>(0, static_cast<size_t>(n), GrainSize(n)),
+                           extremes, tbb::auto_partitioner());
+    }
+    ColourClippedParallel(clipped, n, extremes.minimum, extremes.maximum, mapType, colours);
     return LUT_OK;
   });
 }

@@ -12,9 +12,11 @@
 #include <tbb/partitioner.h>
 
 #include <array>
+#include <cfloat>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <type_traits>
 #include <vector>
 
@@ -30,6 +32,7 @@
 #include "range/raw_value_lut.h"
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
+#include "tables/padded_colour.h"
 
 namespace KIVMV {
 
@@ -64,6 +67,106 @@ inline const ColourEntry& LinearColour(T v, float lo, float hi, const ColourTabl
   return table[LinearEntry(static_cast<float>(v), lo, hi)];
 }
 
+// ---- Float fast path: LinearEntry by table lookup instead of a division per pixel ----
+//
+// With finite bounds lo < hi and a finite span, LinearEntry is non-decreasing in v on [lo, hi]:
+// the float difference rounds monotonically, the product by 255 is exact in double, the quotient
+// rounds monotonically and lies in [0, 255], so truncation never wraps. The entry of v is then
+// 1 plus the number of thresholds t_k <= v, t_k being the least float with entry k or more
+// (k = 2..255). The range is cut into slots by a monotone float formula; a slot holding at most
+// one distinct threshold gives every value in it one of two entries, chosen by one comparison.
+// The thresholds are found with LinearEntry itself, so the lookup equals it bit for bit.
+struct LinearSlots {
+  static constexpr int kCount = 16384;
+  // Three more slots with a single colour each, so that every pixel is one lookup.
+  static constexpr int kBelow = kCount;
+  static constexpr int kAbove = kCount + 1;
+  static constexpr int kInvalid = kCount + 2;
+  // A slot's word is its padded colour (spare byte 0), or this bit and the number of its split
+  // when a threshold falls inside it.
+  static constexpr uint32_t kSplitBit = 0x01000000u;
+  struct Split {
+    float threshold;
+    uint32_t lower;  // padded colour below the threshold
+    uint32_t upper;  // padded colour from the threshold on
+  };
+  float lo;
+  float hi;
+  float scale;  // kCount / (hi - lo), in float
+  std::array<uint32_t, kCount + 3> slots;
+  std::array<Split, kColourTableSize - 2> splits;
+};
+
+// The slot of a value in [lo, hi]: non-decreasing in v. Other values are clamped, so that the
+// conversion is defined for every input.
+inline int32_t LinearSlotOf(float v, float lo, float scale) {
+  float x = (v - lo) * scale;
+  x = 0.0f < x ? x : 0.0f;
+  x = x < static_cast<float>(LinearSlots::kCount - 1) ? x
+                                                      : static_cast<float>(LinearSlots::kCount - 1);
+  return static_cast<int32_t>(x);
+}
+
+// The slot of any float: below, above and invalid values (the rule of IsValidFloatPixel) get
+// their own. Branch-free, so that loops over it vectorise.
+inline int32_t LinearSlotIndex(float v, float lo, float hi, float scale) {
+  int32_t index = LinearSlotOf(v, lo, scale);
+  index = v < lo ? LinearSlots::kBelow : index;
+  index = v > hi ? LinearSlots::kAbove : index;
+  return v > -FLT_MAX && v <= FLT_MAX ? index : LinearSlots::kInvalid;
+}
+
+// A colour as the four bytes of PaddedColour, in one register.
+inline uint32_t PackColour(const ColourEntry& c) {
+  const PaddedColour padded = Pad(c);
+  uint32_t packed = 0;
+  std::memcpy(&packed, padded.data(), 4);
+  return packed;
+}
+
+// Fills `slots` for the parallel kernel with bounds lo and hi; false where the bounds fall outside
+// the monotone case or a slot would hold two distinct thresholds, and the division must be kept.
+bool BuildLinearSlots(float lo, float hi, const ColourTable& table, const ColourEntry& invalid,
+                      LinearSlots& slots);
+
+// The padded colour of value v in slot `index`. Few slots are split, so the test is well
+// predicted.
+inline uint32_t LinearSlotColour(float v, int32_t index, const LinearSlots& s) {
+  const uint32_t word = s.slots[static_cast<size_t>(index)];
+  if ((word & LinearSlots::kSplitBit) == 0) return word;
+  const LinearSlots::Split& split = s.splits[word & 0xFFFFu];
+  return v >= split.threshold ? split.upper : split.lower;
+}
+
+// Colours the `count` float values from `values` through the slots into `out`, 3 bytes each: the
+// slots in a loop that vectorises, then the lookups. Each colour but the last is stored as four
+// bytes whose spare byte the next one overwrites; the last as four only when `spareAfter` says
+// the byte after it is ours to overwrite (not where another chunk may be writing).
+inline void ColourBlockBySlots(const float* values, int count, bool spareAfter,
+                               const LinearSlots& slots, uint8_t* out) {
+  constexpr int kBlock = 256;
+  int32_t indices[kBlock];
+  const float lo = slots.lo, hi = slots.hi, scale = slots.scale;
+  for (int start = 0; start < count; start += kBlock) {
+    const int length = count - start < kBlock ? count - start : kBlock;
+    const float* v = values + start;
+    for (int j = 0; j < length; ++j) indices[j] = LinearSlotIndex(v[j], lo, hi, scale);
+    uint8_t* pixel = out + 3 * static_cast<size_t>(start);
+    const int stores = start + length == count && !spareAfter ? length - 1 : length;
+    for (int j = 0; j < stores; ++j) {
+      const uint32_t c = LinearSlotColour(v[j], indices[j], slots);
+      std::memcpy(pixel + 3 * j, &c, 4);
+    }
+    if (stores != length) {
+      const uint32_t last = LinearSlotColour(v[length - 1], indices[length - 1], slots);
+      std::memcpy(pixel + 3 * (length - 1), &last, 3);
+    }
+  }
+}
+
+// Below this many pixels building the slots costs more than the divisions it saves.
+inline constexpr int kLinearSlotsMinPixels = 1 << 14;
+
 // LinearColour for every raw value of an 8- or 16-bit type.
 template <typename T>
 std::vector<PaddedColour> BuildValueColours(float lo, float hi, const ColourTable& table,
@@ -91,7 +194,7 @@ class LUT3DArrayParallelBody {
  public:
   LUT3DArrayParallelBody(const T* data, const ColourTable& table, uint8_t* out, int n, float lo,
                          float hi, const std::vector<int>& boundaries, int mapType,
-                         const PaddedColour* valueColours)
+                         const PaddedColour* valueColours, const LinearSlots* slots = nullptr)
       : data_(data),
         table_(&table),
         out_(out),
@@ -100,7 +203,8 @@ class LUT3DArrayParallelBody {
         hi_(hi),
         boundaries_(&boundaries),
         mapType_(mapType),
-        valueColours_(valueColours) {}
+        valueColours_(valueColours),
+        slots_(slots) {}
 
   void operator()(const tbb::blocked_range<int>& chunks) const {
     for (int c = chunks.begin(); c != chunks.end(); ++c) {
@@ -109,6 +213,11 @@ class LUT3DArrayParallelBody {
       const int end = (*boundaries_)[c + 1] < n_ ? (*boundaries_)[c + 1] : n_;
       if (valueColours_ != nullptr) {
         ColourByValue(data_, begin, end, valueColours_, out_);
+      } else if (slots_ != nullptr) {
+        if constexpr (std::is_same_v<T, float>) {
+          ColourBlockBySlots(data_ + begin, end - begin, false, *slots_,
+                             out_ + 3 * static_cast<size_t>(begin));
+        }
       } else {
         ColourByKernel(begin, end);
       }
@@ -138,6 +247,7 @@ class LUT3DArrayParallelBody {
   const std::vector<int>* boundaries_;
   int mapType_;
   const PaddedColour* valueColours_;  // null: per-pixel kernel
+  const LinearSlots* slots_;          // float pixels: the lookup instead of the division
 };
 
 // Colours n pixels with LUT3DArrayParallelBody, one body call per chunk of ChunkBoundaries,
@@ -151,10 +261,18 @@ void ColourLinearParallel(const T* data, int n, float lo, float hi, const Colour
       valueColours = BuildValueColours<T>(lo, hi, table, InvalidColour(invalidMapType));
     }
   }
+  std::unique_ptr<LinearSlots> slots;
+  if constexpr (std::is_same_v<T, float>) {
+    if (n >= kLinearSlotsMinPixels) {
+      slots = std::make_unique<LinearSlots>();
+      if (!BuildLinearSlots(lo, hi, table, InvalidColour(invalidMapType), *slots)) slots.reset();
+    }
+  }
   const std::vector<int> boundaries = ChunkBoundaries(n, ConfiguredWorkerCount());
   const int chunkCount = static_cast<int>(boundaries.size()) - 1;
   const LUT3DArrayParallelBody<T> body(data, table, out, n, lo, hi, boundaries, invalidMapType,
-                                       valueColours.empty() ? nullptr : valueColours.data());
+                                       valueColours.empty() ? nullptr : valueColours.data(),
+                                       slots.get());
   tbb::parallel_for(tbb::blocked_range<int>(0, chunkCount, 1), body, tbb::auto_partitioner());
 }
 
@@ -175,6 +293,19 @@ struct FractionCut {
 // the N values (both at most N - 1, the upper not below the lower), found by partial selection,
 // which reorders `values`. Equal cuts are moved apart by 1e-6; no values at all cut at 0.
 FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, double lowerFraction);
+
+// The same cut over the valid pixels of a float image, without copying them: the two values are
+// selected by counting order-preserving keys of the float bits, first by their upper and then by
+// their lower 16 bits. Values that compare equal are interchangeable, so the cut is the same.
+// Besides the cut, the least and greatest pixel other than NaN (crossed infinities when there is
+// none), found in the same pass.
+struct FloatFractionCut {
+  FractionCut cut;
+  float lowest;
+  float highest;
+};
+FloatFractionCut CutFloatPixelsAtFractions(const float* data, int n, double upperFraction,
+                                           double lowerFraction);
 
 // ---- Serial kernel (overload with index range and caller's colours) ----
 
