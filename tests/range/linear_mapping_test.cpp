@@ -602,6 +602,37 @@ TEST(LinearMapping, FractionsMatchReferenceOnDegenerateFloatImages) {
   }
 }
 
+// The same kinds of image repeated over more pixels than the lookup of the colouring needs, with
+// spans that are zero (a repeated value too large for 1e-6 to move), infinite (values near both
+// ends of the float range) or ordinary, and zeros of both signs.
+TEST(LinearMapping, FractionsMatchReferenceOnLargeDegenerateFloatImages) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float inf = std::numeric_limits<float>::infinity();
+  const std::vector<std::vector<float>> patterns = {
+      {1000.0f, 1000.0f, nan, 1000.0f},
+      {-3e38f, 3e38f, inf, -inf, nan, 0.0f},
+      {FLT_MAX, -FLT_MAX / 2, 0.0f, -0.0f},
+      {0.0f, -0.0f, -0.0f, 0.0f, 1.0f, -1.0f, nan},
+      {-FLT_MAX, 3.0f, inf, -inf, nan, 2.5f, 2.75f},
+      {1e-45f, -1e-45f, 0.0f, 2e-45f, nan},
+  };
+  const double fractions[][2] = {{0.0, 0.0}, {1.0, 1.0}, {0.0, 1.0}, {0.3, 0.3}, {0.01, 0.01}};
+  for (const auto& pattern : patterns) {
+    std::vector<float> values;
+    for (int i = 0; values.size() < 20011; ++i) {
+      values.push_back(pattern[static_cast<size_t>(i * 7 + i / 13) % pattern.size()]);
+    }
+    for (const auto& f : fractions) {
+      KivRangeImage image = FloatImage(values);
+      KivColorArray out;
+      KivLUTSetting lut;
+      ASSERT_EQ(lut.LinearColorMapLUT(image, &out, 6, f[0], f[1]), LUT_OK);
+      EXPECT_EQ(OutputBytes(out, image.Width()), RefFractions(image, 6, f[0], f[1]))
+          << pattern.front() << " fractions " << f[0] << ", " << f[1];
+    }
+  }
+}
+
 TEST(LinearMapping, FractionsOfAllInvalidImageCutAtZero) {
   // No valid value: both cuts are 0, the upper one moved to 1e-6. NaN stays NaN (invalid colour);
   // the marker and the infinities are clamped to 0 and 1 and coloured like values.
