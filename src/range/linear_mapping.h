@@ -138,6 +138,10 @@ inline uint32_t LinearSlotColour(float v, int32_t index, const LinearSlots& s) {
   return v >= split.threshold ? split.upper : split.lower;
 }
 
+// LinearSlotIndex of n values.
+void LinearSlotIndices(const float* values, int n, float lo, float hi, float scale,
+                       int32_t* indices);
+
 // Colours the `count` float values from `values` through the slots into `out`, 3 bytes each: the
 // slots in a loop that vectorises, then the lookups. Each colour but the last is stored as four
 // bytes whose spare byte the next one overwrites; the last as four only when `spareAfter` says
@@ -150,7 +154,7 @@ inline void ColourBlockBySlots(const float* values, int count, bool spareAfter,
   for (int start = 0; start < count; start += kBlock) {
     const int length = count - start < kBlock ? count - start : kBlock;
     const float* v = values + start;
-    for (int j = 0; j < length; ++j) indices[j] = LinearSlotIndex(v[j], lo, hi, scale);
+    LinearSlotIndices(v, length, lo, hi, scale, indices);
     uint8_t* pixel = out + 3 * static_cast<size_t>(start);
     const int stores = start + length == count && !spareAfter ? length - 1 : length;
     for (int j = 0; j < stores; ++j) {
@@ -165,7 +169,7 @@ inline void ColourBlockBySlots(const float* values, int count, bool spareAfter,
 }
 
 // Below this many pixels building the slots costs more than the divisions it saves.
-inline constexpr int kLinearSlotsMinPixels = 1 << 14;
+inline constexpr int kLinearSlotsMinPixels = 1 << 16;
 
 // LinearColour for every raw value of an 8- or 16-bit type.
 template <typename T>
