@@ -157,16 +157,38 @@ void LinearSlotIndices(const float* values, int n, float lo, float hi, float sca
   for (int j = 0; j < n; ++j) indices[j] = LinearSlotIndex(values[j], lo, hi, scale);
 }
 
-bool BuildLinearSlots(float lo, float hi, const ColourTable& table, const ColourEntry& invalid,
-                      LinearSlots& slots) {
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void SlotIndicesNanInvalid(const float* values, int n, float lo, float hi, float scale,
+                           int32_t* indices) {
+  for (int j = 0; j < n; ++j) {
+    const float v = values[j];
+    int32_t index = LinearSlotOf(v, lo, scale);
+    index = v < lo ? LinearSlots::kBelow : index;
+    index = v > hi ? LinearSlots::kAbove : index;
+    indices[j] = v == v ? index : LinearSlots::kInvalid;
+  }
+}
+
+namespace {
+
+// The slots of an entry function that is non-decreasing on [lo, hi], 1 at lo and 255 at hi (false
+// otherwise, or where a slot would hold two distinct thresholds), with the colours of the three
+// extra slots as given.
+template <typename EntryOf>
+bool BuildSlotsOf(float lo, float hi, EntryOf&& entryOf, const ColourTable& table,
+                  const ColourEntry& below, const ColourEntry& above, const ColourEntry& invalid,
+                  LinearSlots& slots) {
   if (!(std::isfinite(lo) && std::isfinite(hi) && lo < hi)) return false;
   const float span = hi - lo;
   if (!std::isfinite(span)) return false;
+  if (entryOf(lo) != 1 || entryOf(hi) != kColourTableSize - 1) return false;
   slots.lo = lo;
   slots.hi = hi;
   slots.scale = static_cast<float>(LinearSlots::kCount) / span;
-  slots.slots[LinearSlots::kBelow] = PackColour(table[0]);
-  slots.slots[LinearSlots::kAbove] = PackColour(table[kColourTableSize - 1]);
+  slots.slots[LinearSlots::kBelow] = PackColour(below);
+  slots.slots[LinearSlots::kAbove] = PackColour(above);
   slots.slots[LinearSlots::kInvalid] = PackColour(invalid);
 
   // The threshold of each entry k = 2..255 and the slot it falls in.
@@ -174,7 +196,7 @@ bool BuildLinearSlots(float lo, float hi, const ColourTable& table, const Colour
   std::array<int32_t, kColourTableSize> thresholdSlots{};
   // Entry 1 at lo and 255 at hi bracket every threshold: entryAt(a) < k <= entryAt(b) throughout.
   const int64_t keyLo = OrderedKey(lo), keyHi = OrderedKey(hi);
-  const auto entryAt = [lo, hi](int64_t key) { return LinearEntry(FromOrderedKey(key), lo, hi); };
+  const auto entryAt = [&entryOf](int64_t key) { return entryOf(FromOrderedKey(key)); };
   for (int k = 2; k < kColourTableSize; ++k) {
     // Start next to where the threshold should be and widen the bracket in doubling steps, so a
     // handful of evaluations find it instead of a bisection over the whole range.
@@ -234,6 +256,15 @@ bool BuildLinearSlots(float lo, float hi, const ColourTable& table, const Colour
   }
   std::fill(words + nextSlot, words + LinearSlots::kCount, PackColour(table[entry]));
   return true;
+}
+
+}  // namespace
+
+bool BuildLinearSlots(float lo, float hi, const ColourTable& table, const ColourEntry& invalid,
+                      LinearSlots& slots) {
+  return BuildSlotsOf(
+      lo, hi, [lo, hi](float v) { return static_cast<int>(LinearEntry(v, lo, hi)); }, table,
+      table[0], table[kColourTableSize - 1], invalid, slots);
 }
 
 namespace {
@@ -497,10 +528,13 @@ void ColourLinearSerial(const T* data, int n, const SerialLinearMapping& mapping
 // infinities end up at 0 or 1 and count as valid afterwards, while NaN fails both comparisons and
 // stays NaN, so it keeps the invalid colour. Evaluated where needed rather than stored: twice per
 // pixel costs less than writing and reading back a copy of the image.
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+
 struct ClippedToCut {
   const float* data;
   float lowValue;
-  float span;
+  float span;       // highValue - lowValue
+  float highValue;  // the pixels from here on clip to 1 when the span is finite and positive
   float Of(float v) const { return std::min(std::max((v - lowValue) / span, 0.0f), 1.0f); }
   template <typename Index>
   float operator()(Index i) const {
@@ -533,9 +567,26 @@ void ColourClippedParallel(const ClippedToCut& clipped, int n, float lo, float h
   const ColourTable& table = SelectColourTable(mapType);
   const ColourEntry& invalid = InvalidColour(mapType);
   std::unique_ptr<LinearSlots> slots;
+  // Preferably slots over the pixel values themselves. With a finite positive span the clipped
+  // value is non-decreasing in the pixel, constant below the lower cut (0) and above the upper
+  // one (1), and NaN only for NaN; with finite extremes lo < hi and a finite span LinearEntry is
+  // non-decreasing in the clipped value (0 below lo, 1..255 on [lo, hi], 255 above). Their
+  // composition is then non-decreasing, and the lookup needs no division at all.
+  bool ofPixels = false;
   if (n >= kLinearSlotsMinPixels) {
     slots = std::make_unique<LinearSlots>();
-    if (!BuildLinearSlots(lo, hi, table, invalid, *slots)) slots.reset();
+    const float cutLow = clipped.lowValue, cutHigh = clipped.highValue;
+    if (std::isfinite(clipped.span) && clipped.span > 0.0f && std::isfinite(lo) &&
+        std::isfinite(hi) && lo < hi && std::isfinite(hi - lo)) {
+      const auto entryOf = [&clipped, lo, hi](float v) {
+        return static_cast<int>(LinearEntry(clipped.Of(v), lo, hi));
+      };
+      ofPixels = BuildSlotsOf(cutLow, cutHigh, entryOf, table,
+                              LinearColour(clipped.Of(-kInfinity), lo, hi, table, invalid),
+                              LinearColour(clipped.Of(kInfinity), lo, hi, table, invalid), invalid,
+                              *slots);
+    }
+    if (!ofPixels && !BuildLinearSlots(lo, hi, table, invalid, *slots)) slots.reset();
   }
   const std::vector<int> boundaries = ChunkBoundaries(n, ConfiguredWorkerCount());
   const int chunkCount = static_cast<int>(boundaries.size()) - 1;
@@ -547,7 +598,10 @@ void ColourClippedParallel(const ClippedToCut& clipped, int n, float lo, float h
           ThrowIfInjected(FaultStage::kColouring);
           const int begin = boundaries[c];
           const int end = boundaries[c + 1];
-          if (lookup != nullptr) {
+          if (ofPixels) {
+            ColourBlockBySlots(clipped.data + begin, end - begin, false, *lookup,
+                               out + 3 * static_cast<size_t>(begin), true);
+          } else if (lookup != nullptr) {
             // The clipped values of a block at a time, formed in a loop that vectorises.
             constexpr int kBlock = 1024;
             float values[kBlock];
@@ -660,7 +714,8 @@ long LinearColourMapFractions(const KivRangeImage& image, KivColorArray* out, in
     const float* values = image.Ptr<float>();
     ThrowIfInjected(FaultStage::kStatistics);
     const FloatFractionCut cut = CutFloatPixelsAtFractions(values, n, upperFraction, lowerFraction);
-    const ClippedToCut clipped{values, cut.cut.lowValue, cut.cut.highValue - cut.cut.lowValue};
+    const ClippedToCut clipped{values, cut.cut.lowValue, cut.cut.highValue - cut.cut.lowValue,
+                               cut.cut.highValue};
     ClippedExtremesBody extremes(clipped);
     if (std::isfinite(clipped.span) && clipped.span > 0.0f) {
       // The clipped value is non-decreasing in the pixel value and NaN only for NaN, so the

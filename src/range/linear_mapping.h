@@ -142,19 +142,29 @@ inline uint32_t LinearSlotColour(float v, int32_t index, const LinearSlots& s) {
 void LinearSlotIndices(const float* values, int n, float lo, float hi, float scale,
                        int32_t* indices);
 
+// The same where only NaN takes the invalid slot and every other value below lo or above hi the
+// below or above slot, infinities included.
+void SlotIndicesNanInvalid(const float* values, int n, float lo, float hi, float scale,
+                           int32_t* indices);
+
 // Colours the `count` float values from `values` through the slots into `out`, 3 bytes each: the
 // slots in a loop that vectorises, then the lookups. Each colour but the last is stored as four
 // bytes whose spare byte the next one overwrites; the last as four only when `spareAfter` says
 // the byte after it is ours to overwrite (not where another chunk may be writing).
 inline void ColourBlockBySlots(const float* values, int count, bool spareAfter,
-                               const LinearSlots& slots, uint8_t* out) {
+                               const LinearSlots& slots, uint8_t* out,
+                               bool onlyNanInvalid = false) {
   constexpr int kBlock = 256;
   int32_t indices[kBlock];
   const float lo = slots.lo, hi = slots.hi, scale = slots.scale;
   for (int start = 0; start < count; start += kBlock) {
     const int length = count - start < kBlock ? count - start : kBlock;
     const float* v = values + start;
-    LinearSlotIndices(v, length, lo, hi, scale, indices);
+    if (onlyNanInvalid) {
+      SlotIndicesNanInvalid(v, length, lo, hi, scale, indices);
+    } else {
+      LinearSlotIndices(v, length, lo, hi, scale, indices);
+    }
     uint8_t* pixel = out + 3 * static_cast<size_t>(start);
     const int stores = start + length == count && !spareAfter ? length - 1 : length;
     for (int j = 0; j < stores; ++j) {

@@ -619,7 +619,7 @@ TEST(LinearMapping, FractionsMatchReferenceOnLargeDegenerateFloatImages) {
   const double fractions[][2] = {{0.0, 0.0}, {1.0, 1.0}, {0.0, 1.0}, {0.3, 0.3}, {0.01, 0.01}};
   for (const auto& pattern : patterns) {
     std::vector<float> values;
-    for (int i = 0; values.size() < 20011; ++i) {
+    for (int i = 0; values.size() < 70001; ++i) {
       values.push_back(pattern[static_cast<size_t>(i * 7 + i / 13) % pattern.size()]);
     }
     for (const auto& f : fractions) {
