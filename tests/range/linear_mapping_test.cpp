@@ -633,6 +633,55 @@ TEST(LinearMapping, FractionsMatchReferenceOnLargeDegenerateFloatImages) {
   }
 }
 
+// Pixels next to every value where the fraction colouring changes entry: with fractions 0 the cuts
+// are the smallest and largest valid value (1000 and 1100 here), and the entry of each pixel goes
+// up at 254 values in between, found here by bisection on the reference formula.
+TEST(LinearMapping, FractionsMatchReferenceNextToEveryEntryChange) {
+  const float low = 1000.0f, high = 1100.0f;
+  const auto entryOf = [&](float v) {
+    float x = (v - low) / (high - low);
+    if (x < 0.0f) x = 0.0f;
+    if (x > 1.0f) x = 1.0f;
+    const int k = RefLowByte(RefTruncate(static_cast<double>(x) * 255.0));
+    return k == 0 ? 1 : k;
+  };
+  const auto bits = [](float v) {
+    uint32_t b = 0;
+    std::memcpy(&b, &v, 4);
+    return b;
+  };
+  const auto fromBits = [](uint32_t b) {
+    float v = 0.0f;
+    std::memcpy(&v, &b, 4);
+    return v;
+  };
+  std::vector<float> values = {low,
+                               high,
+                               std::numeric_limits<float>::quiet_NaN(),
+                               -FLT_MAX,
+                               std::numeric_limits<float>::infinity(),
+                               -std::numeric_limits<float>::infinity()};
+  for (int k = 2; k <= 255; ++k) {
+    uint32_t a = bits(low), b = bits(high);  // entryOf(a) < k <= entryOf(b)
+    while (b - a > 1) {
+      const uint32_t middle = a + (b - a) / 2;
+      (entryOf(fromBits(middle)) >= k ? b : a) = middle;
+    }
+    for (uint32_t m = b - 20; m <= b + 20; ++m) values.push_back(fromBits(m));
+  }
+  std::mt19937_64 random(1212);
+  std::uniform_real_distribution<float> inside(low, high);
+  while (values.size() < 70001) values.push_back(inside(random));
+  std::shuffle(values.begin() + 6, values.end(), random);
+  KivRangeImage image = FloatImage(values);
+  for (int mapType : {0, 6}) {
+    KivColorArray out;
+    KivLUTSetting lut;
+    ASSERT_EQ(lut.LinearColorMapLUT(image, &out, mapType, 0.0, 0.0), LUT_OK);
+    EXPECT_EQ(OutputBytes(out, image.Width()), RefFractions(image, mapType, 0.0, 0.0));
+  }
+}
+
 TEST(LinearMapping, FractionsOfAllInvalidImageCutAtZero) {
   // No valid value: both cuts are 0, the upper one moved to 1e-6. NaN stays NaN (invalid colour);
   // the marker and the infinities are clamped to 0 and 1 and coloured like values.
