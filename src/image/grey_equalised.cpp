@@ -8,7 +8,9 @@
 #include "KivLUTStatus.h"
 #include "common/fault_injection.h"
 #include "image/grey_image_checks.h"
+#include "image/grey_result.h"
 #include "range/equalisation.h"
+#include "range/raw_value_lut.h"
 
 namespace KIVMV {
 
@@ -18,38 +20,20 @@ int GreyPixelCount(const cv::Mat& pixels) {
   return static_cast<int>(count);
 }
 
-cv::Mat ContiguousGreyPixels(const cv::Mat& pixels) {
-  return pixels.isContinuous() ? pixels : pixels.clone();
-}
-
-cv::Mat GreyCopy(const cv::Mat& pixels, int mapType) {
-  cv::Mat copy;
-  if (mapType == kGreyMap) {
-    copy = pixels.clone();
-  } else {
-    cv::merge(std::vector<cv::Mat>{pixels, pixels, pixels}, copy);
-  }
-  return copy;
-}
-
-cv::Mat ColouredResult(const cv::Mat& colours, int mapType) {
-  if (mapType != kGreyMap) return colours;
-  cv::Mat blue;
-  cv::extractChannel(colours, blue, 0);
-  return blue;
-}
-
-long PrepareGreyWork(const cv::Mat& source, GreyWork& work) {
+long PrepareGreyResult(const cv::Mat& source, const KivImage& dst, int mapType, cv::Mat& result) {
   return RunStage(FaultStage::kOutputSizing, kGreyStageFailure, [&] {
-    work.n = GreyPixelCount(source);
-    work.pixels = ContiguousGreyPixels(source);
-    work.colours.create(source.rows, source.cols, CV_8UC3);
+    GreyPixelCount(source);
+    result = ResultMatrix(dst, source, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);
   });
 }
 
-long FinishGreyWork(const GreyWork& work, int mapType, cv::Mat& result) {
-  return RunStage(FaultStage::kOutputSizing, kGreyStageFailure,
-                  [&] { result = ColouredResult(work.colours, mapType); });
+void CopyGrey(const cv::Mat& pixels, cv::Mat& result) {
+  ColourGreyRows<uint8_t>(
+      pixels,
+      [](uint8_t g) {
+        return PaddedColour{{g, g, g, 0}};
+      },
+      result);
 }
 
 namespace {
@@ -59,22 +43,37 @@ namespace {
 // single grey level): entry 5 of the invalid colours, black, for every table.
 constexpr int kPassedOnMapType = kRgbMap;
 
+// Counters per level when counting 8-bit levels: a camera frame repeats levels from pixel to
+// pixel. 16-bit levels repeat less, and four copies of 65536 counters would not stay in cache.
+template <typename T>
+inline constexpr int kCountCopies = sizeof(T) == 1 ? 4 : 1;
+
+// The valid minimum, maximum and count from the count of each level, as the engine's summary
+// holds them.
+template <typename T>
+ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
+  ValueStatistics<T> stats{PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
+  for (int index = 0; index < kRawValueCount<T>; ++index) {
+    const T v = RawValueAtIndex<T>(index);
+    if (counts[static_cast<size_t>(index)] == 0 || !IsValidPixel(v)) continue;
+    UpdateExtremes(v, stats.minimum, stats.maximum);
+    stats.validCount += counts[static_cast<size_t>(index)];
+  }
+  return stats;
+}
+
 // Equalises the pixels of `source` between their valid minimum and maximum over all 256 entries
-// of the table of mapType (grey for maps without a table of their own).
+// of the table of mapType (grey for maps without a table of their own), into `result`.
 template <typename T>
 long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
-  GreyWork work;
-  long status = PrepareGreyWork(source, work);
-  if (status != LUT_OK) return status;
-
-  const T* data = work.pixels.ptr<T>();
-  const int n = work.n;
   PixelSummary<T> summary;
-  status = RunStage(FaultStage::kStatistics, kGreyStageFailure,
-                    [&] { summary = SummarisePixels(data, n); });
+  long status = RunStage(FaultStage::kStatistics, kGreyStageFailure, [&] {
+    summary.rawCounts = CountGreyLevels<T, kCountCopies<T>>(source);
+    summary.stats = StatisticsFromCounts<T>(summary.rawCounts);
+  });
   if (status != LUT_OK) return status;
 
-  status = RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
+  return RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
     const EqualisedColouring how{&SelectColourTable(mapType),
                                  static_cast<double>(summary.stats.minimum),
                                  static_cast<double>(summary.stats.maximum),
@@ -83,11 +82,38 @@ long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
                                  kPassedOnMapType,
                                  /*widthFromDifference=*/false,
                                  /*range=*/nullptr};
-    ColourByEqualisation(data, n, summary, how, work.colours.data);
+    const int n = GreyPixelCount(source);
+    constexpr int kLevels = kRawValueCount<T>;
+    if (n >= kLevels) {
+      // The engine's colour depends on the level alone (and on the summary, which stays that of
+      // the image): coloured once per level, every pixel then takes its level's colour.
+      std::vector<T> levels(static_cast<size_t>(kLevels));
+      for (int i = 0; i < kLevels; ++i) levels[static_cast<size_t>(i)] = RawValueAtIndex<T>(i);
+      std::vector<uint8_t> bytes(3 * static_cast<size_t>(kLevels));
+      ColourByEqualisation(levels.data(), kLevels, summary, how, bytes.data());
+      std::vector<PaddedColour> byLevel(static_cast<size_t>(kLevels));
+      for (size_t i = 0; i < byLevel.size(); ++i) {
+        byLevel[i] = {bytes[3 * i], bytes[3 * i + 1], bytes[3 * i + 2], 0};
+      }
+      const PaddedColour* colourOf = byLevel.data();
+      ColourGreyRows<T>(
+          source, [colourOf](T v) { return colourOf[ValueColourIndex(v)]; }, result);
+      return;
+    }
+    // Fewer pixels than levels: the engine colours the pixels themselves, in one block.
+    const cv::Mat pixels = source.isContinuous() ? source : source.clone();
+    std::vector<uint8_t> bytes(3 * static_cast<size_t>(n));
+    ColourByEqualisation(pixels.ptr<T>(), n, summary, how, bytes.data());
+    const uint8_t* colours = bytes.data();
+    const int channels = result.channels();
+    for (int y = 0; y < result.rows; ++y) {
+      uint8_t* row = result.ptr<uint8_t>(y);
+      const uint8_t* from = colours + 3 * static_cast<size_t>(y) * result.cols;
+      for (int x = 0; x < result.cols; ++x) {
+        for (int c = 0; c < channels; ++c) row[channels * x + c] = from[3 * x + c];
+      }
+    }
   });
-  if (status != LUT_OK) return status;
-
-  return FinishGreyWork(work, mapType, result);
 }
 
 }  // namespace
@@ -98,7 +124,7 @@ long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) n
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
   return ColourGreyImageByDepth(
-      src, dst, mapType, [&](auto tag, const cv::Mat& source, auto& result) {
+      src, dst, mapType, [&](auto tag, const cv::Mat& source, cv::Mat& result) {
         return Equalise<typename decltype(tag)::type>(source, mapType, result);
       });
 }
