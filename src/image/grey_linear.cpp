@@ -58,8 +58,11 @@ std::pair<double, double> SixteenBitExtremes(const cv::Mat& grey) {
   uint16_t high = 0;
   const int rows = grey.rows;
   const int cols = grey.cols;
+  const int share = RowsPerShare(cols);
   const bool parallel = grey.total() >= kParallelGreyPixels;
-#pragma omp parallel for schedule(static) reduction(min : low) reduction(max : high) if (parallel)
+  // clang-format off
+#pragma omp parallel for schedule(dynamic, share) reduction(min : low) reduction(max : high) if (parallel)
+  // clang-format on
   for (int y = 0; y < rows; ++y) {
     const uint16_t* in = grey.ptr<uint16_t>(y);
     uint16_t rowLow = UINT16_MAX;
