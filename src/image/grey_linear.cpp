@@ -1,5 +1,7 @@
 #include "image/grey_linear.h"
 
+#include <tbb/combinable.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -54,27 +56,29 @@ uint8_t StretchedIndex(double v, double minimum, double maximum) {
 // The minimum and maximum of a non-empty 16-bit image, as cv::minMaxLoc gives them, in one parallel
 // pass.
 std::pair<double, double> SixteenBitExtremes(const cv::Mat& grey) {
-  uint16_t low = UINT16_MAX;
-  uint16_t high = 0;
-  const int rows = grey.rows;
+  tbb::combinable<std::pair<uint16_t, uint16_t>> extremes([] {
+    return std::pair<uint16_t, uint16_t>{UINT16_MAX, 0};
+  });
   const int cols = grey.cols;
-  const int share = RowsPerShare(cols);
-  const bool parallel = grey.total() >= kParallelGreyPixels;
-  // clang-format off
-#pragma omp parallel for schedule(dynamic, share) reduction(min : low) reduction(max : high) if (parallel)
-  // clang-format on
-  for (int y = 0; y < rows; ++y) {
-    const uint16_t* in = grey.ptr<uint16_t>(y);
-    uint16_t rowLow = UINT16_MAX;
-    uint16_t rowHigh = 0;
-    for (int x = 0; x < cols; ++x) {
-      rowLow = std::min(rowLow, in[x]);
-      rowHigh = std::max(rowHigh, in[x]);
+  ForGreyRows(grey, [&](int first, int last) {
+    uint16_t low = UINT16_MAX;
+    uint16_t high = 0;
+    for (int y = first; y < last; ++y) {
+      const uint16_t* in = grey.ptr<uint16_t>(y);
+      for (int x = 0; x < cols; ++x) {
+        low = std::min(low, in[x]);
+        high = std::max(high, in[x]);
+      }
     }
-    low = std::min(low, rowLow);
-    high = std::max(high, rowHigh);
-  }
-  return {low, high};
+    std::pair<uint16_t, uint16_t>& mine = extremes.local();
+    mine.first = std::min(mine.first, low);
+    mine.second = std::max(mine.second, high);
+  });
+  const std::pair<uint16_t, uint16_t> both = extremes.combine([](std::pair<uint16_t, uint16_t> a,
+                                                                 std::pair<uint16_t, uint16_t> b) {
+    return std::pair<uint16_t, uint16_t>{std::min(a.first, b.first), std::max(a.second, b.second)};
+  });
+  return {both.first, both.second};
 }
 
 // 16 bits: stretched between the image's own extremes over all 256 entries. The index depends on
@@ -118,8 +122,8 @@ cv::Mat ColourSixteenBit(const cv::Mat& grey, int mapType, const KivImage& dst) 
     }
   }
   cv::Mat colour = ResultMatrix(dst, grey, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);
-  // Thrown here, before the parallel region and before anything is written: an exception must not
-  // leave one, and a destination written in place must stay untouched by a failing call.
+  // Thrown here, before anything is written: a destination written in place must stay untouched
+  // by a failing call.
   ThrowIfInjected(FaultStage::kColouring);
   if (perValue) {
     const PaddedColour* colourOf = byValue.data();

@@ -2,7 +2,11 @@
 // share: counting grey levels, finding the valid extremes, and writing one colour per pixel.
 #pragma once
 
-#include <omp.h>
+#include <tbb/blocked_range.h>
+#include <tbb/combinable.h>
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -38,8 +42,23 @@ inline cv::Mat ResultMatrix(const KivImage& dst, const cv::Mat& source, int type
 }
 
 // Rows per share of a parallel loop: about 64K pixels, so that a thread that falls behind (the
-// machine is shared) hands its remaining shares to the others, at a negligible cost per share.
+// machine is shared) leaves its remaining shares to the others, at a negligible cost per share.
 inline int RowsPerShare(int cols) { return std::max(1, (1 << 16) / std::max(1, cols)); }
+
+// Runs rowsOf(first, last) over the rows of `grey` in shares, on oneTBB's workers for a large
+// image. oneTBB rather than an OpenMP team: a team ends at a barrier that waits for every member,
+// also one the system has not run yet, where oneTBB's caller returns once the work is done.
+template <typename RowsOf>
+void ForGreyRows(const cv::Mat& grey, RowsOf&& rowsOf) {
+  if (grey.total() < kParallelGreyPixels) {
+    rowsOf(0, grey.rows);
+    return;
+  }
+  tbb::parallel_for(
+      tbb::blocked_range<int>(0, grey.rows, RowsPerShare(grey.cols)),
+      [&rowsOf](const tbb::blocked_range<int>& r) { rowsOf(r.begin(), r.end()); },
+      tbb::auto_partitioner());
+}
 
 // The three colour bytes of a padded colour in the low bytes of a 64-bit word, in memory order
 // (the words below are stored little end first, as x86 and most targets store them).
@@ -73,26 +92,25 @@ void WritePackedColours(int64_t n, ColourOf colourOf, uint8_t* out) {
 }
 
 // Writes colourOf(v) for every pixel v of the single-channel matrix `grey` into `out`, a matrix of
-// the same size: all three bytes for CV_8UC3, the first alone for CV_8UC1. Each thread writes only
-// its own rows; colourOf must not throw, and nothing else inside does, so no exception can leave
-// the parallel region.
+// the same size: all three bytes for CV_8UC3, the first alone for CV_8UC1. Each share writes only
+// its own rows. colourOf must not throw and nothing else in the shares does, so once the loop has
+// started the rows are all written.
 template <typename T, typename ColourOf>
 void ColourGreyRows(const cv::Mat& grey, ColourOf colourOf, cv::Mat& out) {
-  const int rows = grey.rows;
   const int cols = grey.cols;
-  const int share = RowsPerShare(cols);
   const bool onePlane = out.channels() == 1;
-#pragma omp parallel for schedule(dynamic, share) if (grey.total() >= kParallelGreyPixels)
-  for (int y = 0; y < rows; ++y) {
-    const T* in = grey.ptr<T>(y);
-    uint8_t* row = out.ptr<uint8_t>(y);
-    if (onePlane) {
-      for (int x = 0; x < cols; ++x) row[x] = colourOf(in[x])[0];
-    } else {
-      WritePackedColours(
-          cols, [&](int64_t x) { return colourOf(in[x]); }, row);
+  ForGreyRows(grey, [&](int first, int last) {
+    for (int y = first; y < last; ++y) {
+      const T* in = grey.ptr<T>(y);
+      uint8_t* row = out.ptr<uint8_t>(y);
+      if (onePlane) {
+        for (int x = 0; x < cols; ++x) row[x] = colourOf(in[x])[0];
+      } else {
+        WritePackedColours(
+            cols, [&](int64_t x) { return colourOf(in[x]); }, row);
+      }
     }
-  }
+  });
 }
 
 // Adds the levels of pixels in[0..cols-1] to `block`, kCopies blocks of counters one after
@@ -123,23 +141,16 @@ void CountRow(const T* in, int cols, uint32_t* block) {
 template <typename T, int kCopies>
 std::vector<uint32_t> CountGreyLevels(const cv::Mat& grey) {
   constexpr size_t kLevels = size_t{1} << (8 * sizeof(T));
-  const int rows = grey.rows;
   const int cols = grey.cols;
-  const int share = RowsPerShare(cols);
-  const bool parallel = grey.total() >= kParallelGreyPixels;
-  const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
-  std::vector<uint32_t> blocks(static_cast<size_t>(teams) * kCopies * kLevels, 0);
-  uint32_t* const counts = blocks.data();
-#pragma omp parallel num_threads(teams) if (parallel)
-  {
-    uint32_t* block = counts + static_cast<size_t>(omp_get_thread_num()) * kCopies * kLevels;
-#pragma omp for schedule(dynamic, share)
-    for (int y = 0; y < rows; ++y) CountRow<T, kCopies>(grey.ptr<T>(y), cols, block);
-  }
+  tbb::enumerable_thread_specific<std::vector<uint32_t>> blocks(
+      std::vector<uint32_t>(kCopies * kLevels, 0));
+  ForGreyRows(grey, [&](int first, int last) {
+    uint32_t* block = blocks.local().data();
+    for (int y = first; y < last; ++y) CountRow<T, kCopies>(grey.ptr<T>(y), cols, block);
+  });
   std::vector<uint32_t> total(kLevels, 0);
-  for (size_t copy = 0; copy < static_cast<size_t>(teams) * kCopies; ++copy) {
-    const uint32_t* block = counts + copy * kLevels;
-    for (size_t v = 0; v < kLevels; ++v) total[v] += block[v];
+  for (const std::vector<uint32_t>& block : blocks) {
+    for (size_t i = 0; i < block.size(); ++i) total[i % kLevels] += block[i];
   }
   return total;
 }
@@ -150,29 +161,30 @@ template <typename T>
 std::pair<T, T> ValidGreyExtremes(const cv::Mat& grey) {
   // v - 1 in T's arithmetic puts 0 above every other level, so the plain minimum of the shifted
   // levels, shifted back, is the smallest non-zero one; all zeros give T's maximum either way.
-  T lowShifted = std::numeric_limits<T>::max();
-  T high = 0;
-  const int rows = grey.rows;
+  constexpr T kTop = std::numeric_limits<T>::max();
+  tbb::combinable<std::pair<T, T>> extremes([] {
+    return std::pair<T, T>{std::numeric_limits<T>::max(), 0};
+  });
   const int cols = grey.cols;
-  const int share = RowsPerShare(cols);
-  const bool parallel = grey.total() >= kParallelGreyPixels;
-  // clang-format off
-#pragma omp parallel for schedule(dynamic, share) reduction(min : lowShifted) reduction(max : high) if (parallel)
-  // clang-format on
-  for (int y = 0; y < rows; ++y) {
-    const T* in = grey.ptr<T>(y);
-    T rowLow = std::numeric_limits<T>::max();
-    T rowHigh = 0;
-    for (int x = 0; x < cols; ++x) {
-      rowLow = std::min(rowLow, static_cast<T>(in[x] - 1));
-      rowHigh = std::max(rowHigh, in[x]);
+  ForGreyRows(grey, [&](int first, int last) {
+    T low = kTop;
+    T high = 0;
+    for (int y = first; y < last; ++y) {
+      const T* in = grey.ptr<T>(y);
+      for (int x = 0; x < cols; ++x) {
+        low = std::min(low, static_cast<T>(in[x] - 1));
+        high = std::max(high, in[x]);
+      }
     }
-    lowShifted = std::min(lowShifted, rowLow);
-    high = std::max(high, rowHigh);
-  }
-  const T low =
-      lowShifted == std::numeric_limits<T>::max() ? lowShifted : static_cast<T>(lowShifted + 1);
-  return {low, high};
+    std::pair<T, T>& mine = extremes.local();
+    mine.first = std::min(mine.first, low);
+    mine.second = std::max(mine.second, high);
+  });
+  const std::pair<T, T> shifted = extremes.combine([](std::pair<T, T> a, std::pair<T, T> b) {
+    return std::pair<T, T>{std::min(a.first, b.first), std::max(a.second, b.second)};
+  });
+  const T low = shifted.first == kTop ? kTop : static_cast<T>(shifted.first + 1);
+  return {low, shifted.second};
 }
 
 }  // namespace KIVMV
