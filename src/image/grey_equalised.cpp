@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
@@ -48,6 +49,12 @@ constexpr int kPassedOnMapType = kRgbMap;
 template <typename T>
 inline constexpr int kCountCopies = sizeof(T) == 1 ? 4 : 1;
 
+// Pixels per level from which the levels are coloured once and the pixels by lookup. Colouring a
+// level costs the engine more than a pixel (it allocates and fills tables as long as the levels),
+// and the lookup is a pass of its own; it pays off on large frames, which it also lets be written
+// into a destination's own matrix.
+constexpr int64_t kPixelsPerLevel = 64;
+
 // The valid minimum, maximum and count from the count of each level, as the engine's summary
 // holds them.
 template <typename T>
@@ -65,7 +72,7 @@ ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
 // Equalises the pixels of `source` between their valid minimum and maximum over all 256 entries
 // of the table of mapType (grey for maps without a table of their own), into `result`.
 template <typename T>
-long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
+long Equalise(const cv::Mat& source, int mapType, const KivImage& dst, cv::Mat& result) {
   PixelSummary<T> summary;
   long status = RunStage(FaultStage::kStatistics, kGreyStageFailure, [&] {
     summary.rawCounts = CountGreyLevels<T, kCountCopies<T>>(source);
@@ -83,34 +90,50 @@ long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
                                  /*widthFromDifference=*/false,
                                  /*range=*/nullptr};
     const int n = GreyPixelCount(source);
-    constexpr int kLevels = kRawValueCount<T>;
-    if (n >= kLevels) {
+    // Every pixel is 0 or lies between the valid extremes (none: no pixel but 0).
+    const int lowest = summary.stats.validCount > 0 ? summary.stats.minimum : 0;
+    const int highest = summary.stats.validCount > 0 ? summary.stats.maximum : 0;
+    const int levelCount = highest - lowest + 2;
+    if (kPixelsPerLevel * static_cast<int64_t>(levelCount) <= n) {
       // The engine's colour depends on the level alone (and on the summary, which stays that of
-      // the image): coloured once per level, every pixel then takes its level's colour.
-      std::vector<T> levels(static_cast<size_t>(kLevels));
-      for (int i = 0; i < kLevels; ++i) levels[static_cast<size_t>(i)] = RawValueAtIndex<T>(i);
-      std::vector<uint8_t> bytes(3 * static_cast<size_t>(kLevels));
-      ColourByEqualisation(levels.data(), kLevels, summary, how, bytes.data());
-      std::vector<PaddedColour> byLevel(static_cast<size_t>(kLevels));
-      for (size_t i = 0; i < byLevel.size(); ++i) {
-        byLevel[i] = {bytes[3 * i], bytes[3 * i + 1], bytes[3 * i + 2], 0};
-      }
-      const PaddedColour* colourOf = byLevel.data();
+      // the image): it colours level 0 and the levels lowest..highest once, and every pixel then
+      // takes its level's colour. One spare byte lets each colour be read as four.
+      std::vector<T> levels(static_cast<size_t>(levelCount));
+      levels[0] = 0;
+      for (int i = 1; i < levelCount; ++i)
+        levels[static_cast<size_t>(i)] = static_cast<T>(lowest + i - 1);
+      std::vector<uint8_t> bytes(3 * static_cast<size_t>(levelCount) + 1, 0);
+      ColourByEqualisation(levels.data(), levelCount, summary, how, bytes.data());
+      const uint8_t* byLevel = bytes.data();
+      const int base = lowest - 1;  // level v > 0 is entry v - base; level 0 is entry 0
       ColourGreyRows<T>(
-          source, [colourOf](T v) { return colourOf[ValueColourIndex(v)]; }, result);
+          source,
+          [byLevel, base](T v) {
+            const int entry = v == 0 ? 0 : static_cast<int>(v) - base;
+            PaddedColour colour;
+            std::memcpy(colour.data(), byLevel + 3 * static_cast<size_t>(entry), colour.size());
+            return colour;  // the fourth byte is the next colour's; only three are written
+          },
+          result);
       return;
     }
-    // Fewer pixels than levels: the engine colours the pixels themselves, in one block.
+    // Not many more pixels than levels: the engine colours the pixels themselves, in one block.
+    // A new result matrix of three channels is that block; the destination's own matrix, and a
+    // single channel, take a copy once nothing can fail any more.
     const cv::Mat pixels = source.isContinuous() ? source : source.clone();
-    std::vector<uint8_t> bytes(3 * static_cast<size_t>(n));
-    ColourByEqualisation(pixels.ptr<T>(), n, summary, how, bytes.data());
-    const uint8_t* colours = bytes.data();
-    const int channels = result.channels();
+    const bool direct = result.channels() == 3 && result.datastart != dst.Mat().datastart;
+    std::vector<uint8_t> bytes(direct ? 0 : 3 * static_cast<size_t>(n));
+    uint8_t* colours = direct ? result.data : bytes.data();
+    ColourByEqualisation(pixels.ptr<T>(), n, summary, how, colours);
+    if (direct) return;
+    const size_t cols = static_cast<size_t>(result.cols);
     for (int y = 0; y < result.rows; ++y) {
       uint8_t* row = result.ptr<uint8_t>(y);
-      const uint8_t* from = colours + 3 * static_cast<size_t>(y) * result.cols;
-      for (int x = 0; x < result.cols; ++x) {
-        for (int c = 0; c < channels; ++c) row[channels * x + c] = from[3 * x + c];
+      const uint8_t* from = colours + 3 * cols * static_cast<size_t>(y);
+      if (result.channels() == 3) {
+        std::memcpy(row, from, 3 * cols);
+      } else {
+        for (size_t x = 0; x < cols; ++x) row[x] = from[3 * x];
       }
     }
   });
@@ -125,7 +148,7 @@ long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) n
 
   return ColourGreyImageByDepth(
       src, dst, mapType, [&](auto tag, const cv::Mat& source, cv::Mat& result) {
-        return Equalise<typename decltype(tag)::type>(source, mapType, result);
+        return Equalise<typename decltype(tag)::type>(source, mapType, *dst, result);
       });
 }
 

@@ -142,16 +142,25 @@ template <typename T, int kCopies>
 std::vector<uint32_t> CountGreyLevels(const cv::Mat& grey) {
   constexpr size_t kLevels = size_t{1} << (8 * sizeof(T));
   const int cols = grey.cols;
+  const auto fold = [](std::vector<uint32_t>& block, std::vector<uint32_t>& total) {
+    for (size_t i = 0; i < block.size(); ++i) total[i % kLevels] += block[i];
+  };
+  if (grey.total() < kParallelGreyPixels) {
+    std::vector<uint32_t> block(kCopies * kLevels, 0);
+    for (int y = 0; y < grey.rows; ++y) CountRow<T, kCopies>(grey.ptr<T>(y), cols, block.data());
+    if constexpr (kCopies == 1) return block;
+    std::vector<uint32_t> total(kLevels, 0);
+    fold(block, total);
+    return total;
+  }
   tbb::enumerable_thread_specific<std::vector<uint32_t>> blocks(
-      std::vector<uint32_t>(kCopies * kLevels, 0));
+      [] { return std::vector<uint32_t>(kCopies * kLevels, 0); });
   ForGreyRows(grey, [&](int first, int last) {
     uint32_t* block = blocks.local().data();
     for (int y = first; y < last; ++y) CountRow<T, kCopies>(grey.ptr<T>(y), cols, block);
   });
   std::vector<uint32_t> total(kLevels, 0);
-  for (const std::vector<uint32_t>& block : blocks) {
-    for (size_t i = 0; i < block.size(); ++i) total[i % kLevels] += block[i];
-  }
+  for (std::vector<uint32_t>& block : blocks) fold(block, total);
   return total;
 }
 

@@ -679,5 +679,50 @@ TEST(GreyEqualised, EveryEightBitLevelMatchesReference) {
   }
 }
 
+// Levels between two extremes, with zeros: with many pixels per level the levels are coloured once
+// and the pixels by lookup, with few the pixels one by one; both into a new matrix and into a
+// destination's own one, whose result is copied in.
+TEST(GreyEqualised, NarrowLevelRangesMatchReferenceIntoNewAndOwnedDestinations) {
+  std::mt19937_64 random(73);
+  for (int depth : {8, 16}) {
+    for (const auto& [width, height] :
+         {std::pair<int, int>{1, 1}, {9, 1}, {33, 31}, {257, 64}, {640, 480}}) {
+      for (int span : {0, 1, 2, 15, 16, 200, 255, 4000}) {
+        const int top = depth == 8 ? 255 : 65535;
+        if (span > top - 1) continue;
+        const int low = 1 + static_cast<int>(random() % static_cast<uint64_t>(top - span));
+        KivImage image(width, height, 1, depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+        for (int y = 0; y < height; ++y) {
+          for (int x = 0; x < width; ++x) {
+            const int level =
+                random() % 10 == 0 ? 0 : low + static_cast<int>(random() % (span + 1));
+            if (depth == 8) {
+              image.Mat().at<uint8_t>(y, x) = static_cast<uint8_t>(level);
+            } else {
+              image.Mat().at<uint16_t>(y, x) = static_cast<uint16_t>(level);
+            }
+          }
+        }
+        for (int mapType : {0, 4, 6}) {
+          if (depth == 8 && mapType == 0) continue;  // an 8-bit map 0 is a plain copy
+          const cv::Mat want = ReferenceEqualised(image.Mat(), mapType);
+          SCOPED_TRACE(testing::Message()
+                       << depth << "-bit " << width << "x" << height << " levels " << low << ".."
+                       << low + span << " map " << mapType);
+          KivLUTSetting lut;
+          KivImage fresh;
+          ASSERT_EQ(lut.SetColorLUT(image, &fresh, mapType), LUT_OK);
+          EXPECT_EQ(MatBytes(fresh.Mat()), MatBytes(want));
+          KivImage owned = OwnedDestinationLike(want, 0x77);
+          const uint8_t* buffer = owned.Data();
+          ASSERT_EQ(lut.SetColorLUT(image, &owned, mapType), LUT_OK);
+          EXPECT_EQ(owned.Data(), buffer);
+          EXPECT_EQ(MatBytes(owned.Mat()), MatBytes(want));
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace KIVMV
