@@ -112,7 +112,7 @@ long Equalise(const cv::Mat& source, int mapType, const KivImage& dst, cv::Mat& 
             const int entry = v == 0 ? 0 : static_cast<int>(v) - base;
             PaddedColour colour;
             std::memcpy(colour.data(), byLevel + 3 * static_cast<size_t>(entry), colour.size());
-            return colour;  // the fourth byte is the next colour's; only three are written
+            return colour;  // the fourth byte is the next colour's; only three are kept
           },
           result);
       return;

@@ -65,7 +65,7 @@ long ColourGreyImageByDepth(const KivImage& src, KivImage* dst, int mapType,
     status = colour(PixelTypeTag<uint8_t>{}, source, result);
   } else {
     // 8-bit grey maps are final as plain copies: no table, no equalisation.
-    CopyGrey(source, result);
+    status = RunStage(kGreyStageFailure, [&] { CopyGrey(source, result); });
   }
   if (status != LUT_OK) return status;
   dst->Mat() = result;

@@ -23,7 +23,7 @@
 namespace KIVMV {
 
 // Below this many pixels the loops run on the calling thread: they take well under a
-// millisecond, less than waking the team can cost on a busy machine.
+// millisecond, less than waking the workers can cost on a busy machine.
 inline constexpr size_t kParallelGreyPixels = size_t{1} << 18;
 
 // The destination's own matrix when it alone holds a buffer that OpenCV allocated, of exactly this
