@@ -97,23 +97,22 @@ long Equalise(const cv::Mat& source, int mapType, const KivImage& dst, cv::Mat& 
     if (kPixelsPerLevel * static_cast<int64_t>(levelCount) <= n) {
       // The engine's colour depends on the level alone (and on the summary, which stays that of
       // the image): it colours level 0 and the levels lowest..highest once, and every pixel then
-      // takes its level's colour. One spare byte lets each colour be read as four.
+      // takes its level's colour.
       std::vector<T> levels(static_cast<size_t>(levelCount));
       levels[0] = 0;
       for (int i = 1; i < levelCount; ++i)
         levels[static_cast<size_t>(i)] = static_cast<T>(lowest + i - 1);
-      std::vector<uint8_t> bytes(3 * static_cast<size_t>(levelCount) + 1, 0);
+      std::vector<uint8_t> bytes(3 * static_cast<size_t>(levelCount));
       ColourByEqualisation(levels.data(), levelCount, summary, how, bytes.data());
-      const uint8_t* byLevel = bytes.data();
+      std::vector<PaddedColour> byLevel(static_cast<size_t>(levelCount));
+      for (size_t i = 0; i < byLevel.size(); ++i) {
+        byLevel[i] = {bytes[3 * i], bytes[3 * i + 1], bytes[3 * i + 2], 0};
+      }
+      const PaddedColour* colourOf = byLevel.data();
       const int base = lowest - 1;  // level v > 0 is entry v - base; level 0 is entry 0
       ColourGreyRows<T>(
           source,
-          [byLevel, base](T v) {
-            const int entry = v == 0 ? 0 : static_cast<int>(v) - base;
-            PaddedColour colour;
-            std::memcpy(colour.data(), byLevel + 3 * static_cast<size_t>(entry), colour.size());
-            return colour;  // the fourth byte is the next colour's; only three are kept
-          },
+          [colourOf, base](T v) { return colourOf[v == 0 ? 0 : static_cast<int>(v) - base]; },
           result);
       return;
     }
