@@ -53,6 +53,40 @@ uint8_t StretchedIndex(double v, double minimum, double maximum) {
   return numeric::TruncateToLowByte((v - minimum) / (maximum - minimum) * 255.0);
 }
 
+// Spans of values up to this many are coloured value by value; wider ones run by run.
+constexpr int kDividedSpan = 4 * kColourTableSize;
+
+// The colour of every value lowest..highest (the image's extremes) into colourOf[0..], with as
+// few divisions as there are runs of values with one index, times a few. Between the extremes the
+// index never falls as the value rises: the difference to the minimum, its quotient by the fixed
+// width and the product with 255 are each rounded monotonically, and so is the truncation of a
+// product in [0, 255]. So each run ends where the index first changes, found by doubling the step
+// and then halving the gap.
+void FillStretchedRuns(int lowest, int highest, double minimum, double maximum,
+                       const ColourTable& table, PaddedColour* colourOf) {
+  int v = lowest;
+  while (v <= highest) {
+    const uint8_t index = StretchedIndex(v, minimum, maximum);
+    int last = v;  // the run holds v..last
+    int step = 1;
+    while (last + step <= highest && StretchedIndex(last + step, minimum, maximum) == index) {
+      last += step;
+      step *= 2;
+    }
+    int beyond = std::min(last + step, highest + 1);  // the first value known or taken to be past
+    while (beyond - last > 1) {
+      const int middle = last + (beyond - last) / 2;
+      if (StretchedIndex(middle, minimum, maximum) == index) {
+        last = middle;
+      } else {
+        beyond = middle;
+      }
+    }
+    std::fill(colourOf + (v - lowest), colourOf + (last - lowest + 1), Pad(table[index]));
+    v = last + 1;
+  }
+}
+
 // The minimum and maximum of a non-empty 16-bit image, as cv::minMaxLoc gives them, in one parallel
 // pass.
 std::pair<double, double> SixteenBitExtremes(const cv::Mat& grey) {
@@ -99,26 +133,12 @@ cv::Mat ColourSixteenBit(const cv::Mat& grey, int mapType, const KivImage& dst) 
   std::vector<PaddedColour> byValue;
   if (perValue) {
     byValue.resize(static_cast<size_t>(span));
-    // Between the extremes the index never falls as the value rises: the difference to the
-    // minimum, its quotient by the fixed width and the product with 255 are each rounded
-    // monotonically, and so is the truncation of a product in [0, 255]. Each run of values with
-    // one index is found by bisection and filled, instead of dividing once per value.
-    int v = lowest;
-    while (v <= highest) {
-      const uint8_t index = StretchedIndex(v, minimum, maximum);
-      int last = v;
-      int beyond = highest + 1;
-      while (beyond - last > 1) {
-        const int middle = last + (beyond - last) / 2;
-        if (StretchedIndex(middle, minimum, maximum) == index) {
-          last = middle;
-        } else {
-          beyond = middle;
-        }
+    if (span <= kDividedSpan) {
+      for (int i = 0; i < span; ++i) {
+        byValue[static_cast<size_t>(i)] = Pad(table[StretchedIndex(lowest + i, minimum, maximum)]);
       }
-      std::fill(byValue.begin() + (v - lowest), byValue.begin() + (last - lowest + 1),
-                Pad(table[index]));
-      v = last + 1;
+    } else {
+      FillStretchedRuns(lowest, highest, minimum, maximum, table, byValue.data());
     }
   }
   cv::Mat colour = ResultMatrix(dst, grey, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);

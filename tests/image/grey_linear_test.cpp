@@ -266,15 +266,20 @@ TEST(GreyLinear, RealFramesMatchReference) {
 }
 
 // Every value between the extremes present, for many pairs of extremes: the colours of the values
-// are worked out run by run, and here each one meets the reference's own division. Spans around
+// are worked out value by value for narrow spans and run by run for wide ones, and here each one
+// meets the reference's own division. Spans around
 // 255 and its multiples put runs of one and of two values side by side; the full 16-bit range
 // holds every value once.
 TEST(GreyLinear, SixteenBitEveryValueBetweenTheExtremesMatchesReference) {
   std::mt19937_64 random(17);
   std::vector<std::pair<int, int>> extremes = {
-      {0, 65535},       {0, 0},       {65535, 65535}, {0, 1},       {1, 2},
-      {65534, 65535},   {0, 255},     {0, 256},       {7, 7 + 254}, {9, 9 + 509},
-      {100, 100 + 510}, {3, 3 + 511}, {1, 65535},     {0, 65534},   {12345, 12345 + 25500}};
+      {0, 65535},      {0, 0},           {65535, 65535},
+      {0, 1},          {1, 2},           {65534, 65535},
+      {0, 255},        {0, 256},         {7, 7 + 254},
+      {9, 9 + 509},    {100, 100 + 510}, {3, 3 + 511},
+      {1, 65535},      {0, 65534},       {12345, 12345 + 25500},
+      {50, 50 + 1023}, {50, 50 + 1024},  {60000, 60000 + 1025},
+      {7, 7 + 5000},   {2, 2 + 255 * 7}};
   for (int span = 1; span <= 600; ++span) {
     const int low = static_cast<int>(random() % static_cast<uint64_t>(65536 - span));
     extremes.push_back({low, low + span});
