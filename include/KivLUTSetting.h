@@ -113,7 +113,9 @@ class KIVLUT_API KivLUTSetting {
 
   // Grey images (KivImage, 1 channel, 8- or 16-bit unsigned samples) to colour images. The
   // destination receives a new matrix (it then shares that matrix; a destination made from a
-  // caller's buffer is never written into): 8-bit, 3 channels blue first, or 1 channel for map 0.
+  // caller's buffer is never written into), or has its own written in place when it alone holds
+  // one of the result's size and type apart from the source's pixels: 8-bit, 3 channels blue
+  // first, or 1 channel for map 0.
   // Checks: no pixels (LUT_ERR_IMAGE_EMPTY), channels other than 1 (LUT_ERR_IMAGE_CHANNELS), other
   // sample types (LUT_ERR_IMAGE_BIT_DEPTH); the destination is untouched when a check fails. A
   // null `dst` gives LUT_ERR_PARAM_2 after the documented checks.

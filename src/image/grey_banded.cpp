@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
 #include "common/fault_injection.h"
 #include "image/grey_equalised.h"
 #include "image/grey_image_checks.h"
-#include "range/statistics.h"
+#include "image/grey_result.h"
+#include "range/raw_value_lut.h"
 
 namespace KIVMV {
 namespace {
@@ -25,26 +28,20 @@ struct BandedRequest {
 
 template <typename T>
 long ColourBanded(const cv::Mat& source, const BandedRequest& request, cv::Mat& result) {
-  GreyWork work;
-  long status = PrepareGreyWork(source, work);
-  if (status != LUT_OK) return status;
-
-  const T* data = work.pixels.ptr<T>();
-  const int n = work.n;
   double lo = request.low;
   double hi = request.high;
   if constexpr (std::is_same_v<T, uint8_t>) {
     // Only 8-bit bounds are narrowed to the valid grey levels; 16-bit ones stay as the caller
     // gave them, so there the data may use only part of indexLow..indexHigh.
-    status = RunStage(FaultStage::kStatistics, kGreyStageFailure, [&] {
-      const ValueStatistics<uint8_t> extremes = FindMinMaxOfRawValues(data, n);
-      lo = std::max(request.low, static_cast<int>(extremes.minimum));
-      hi = std::min(request.high, static_cast<int>(extremes.maximum));
+    const long status = RunStage(FaultStage::kStatistics, kGreyStageFailure, [&] {
+      const std::pair<uint8_t, uint8_t> extremes = ValidGreyExtremes<uint8_t>(source);
+      lo = std::max(request.low, static_cast<int>(extremes.first));
+      hi = std::min(request.high, static_cast<int>(extremes.second));
     });
     if (status != LUT_OK) return status;
   }
 
-  status = RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
+  return RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
     const SerialLinearMapping mapping{lo,
                                       hi,
                                       request.indexLow,
@@ -53,11 +50,21 @@ long ColourBanded(const cv::Mat& source, const BandedRequest& request, cv::Mat& 
                                       request.above,
                                       &SelectColourTable(request.mapType),
                                       ColourEntry{}};  // no invalid grey level: never read
-    ColourBandedPixels(data, n, mapping, work.colours.data);
+    // The rule depends on the level alone: with at least as many pixels as levels, each level is
+    // coloured once and the pixels by lookup, which gives the same bytes.
+    if (UseValueColours<T>(GreyPixelCount(source))) {
+      const std::vector<PaddedColour> colours = TabulateValueColours<T>(
+          [&](T v) -> const ColourEntry& { return BandedColour(v, mapping); });
+      const PaddedColour* colourOf = colours.data();
+      ColourGreyRows<T>(
+          source, [colourOf](T v) { return colourOf[ValueColourIndex(v)]; }, result);
+    } else {
+      // A local copy: byte stores may alias the caller's, and would force a reload per pixel.
+      const SerialLinearMapping local = mapping;
+      ColourGreyRows<T>(
+          source, [&local](T v) { return Pad(BandedColour(v, local)); }, result);
+    }
   });
-  if (status != LUT_OK) return status;
-
-  return FinishGreyWork(work, request.mapType, result);
 }
 
 }  // namespace
@@ -76,7 +83,7 @@ long ColourGreyImageBanded(const KivImage& src, KivImage* dst, int low, int high
   const BandedRequest request{
       low, high, indexLow, indexHigh, StoredColour(below), StoredColour(above), mapType};
   return ColourGreyImageByDepth(
-      src, dst, mapType, [&](auto tag, const cv::Mat& source, auto& result) {
+      src, dst, mapType, [&](auto tag, const cv::Mat& source, cv::Mat& result) {
         return ColourBanded<typename decltype(tag)::type>(source, request, result);
       });
 }

@@ -3,12 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "KivColor.h"
 #include "KivImage.h"
 #include "range/linear_mapping.h"
-#include "range/raw_value_lut.h"
 #include "tables/colour_tables.h"
 
 namespace KIVMV {
@@ -24,24 +22,6 @@ inline const ColourEntry& BandedColour(T grey, const SerialLinearMapping& m) {
   if (m.low > v) return m.under;
   if (v > m.high) return m.over;
   return (*m.table)[static_cast<size_t>(SerialLinearEntry(v, m))];
-}
-
-// Colours n grey levels, 3 bytes each: per level through a table of every raw value when the
-// image has at least as many pixels as T has values, else pixel by pixel. Both give the same
-// bytes, since the rule depends on the value alone.
-template <typename T>
-void ColourBandedPixels(const T* data, int n, const SerialLinearMapping& mapping, uint8_t* out) {
-  if (UseValueColours<T>(n)) {
-    const std::vector<PaddedColour> colours = TabulateValueColours<T>(
-        [&](T v) -> const ColourEntry& { return BandedColour(v, mapping); });
-    ColourByLookup(data, n, colours, out);
-    return;
-  }
-  // A local copy: byte stores may alias the caller's, and would force a reload per pixel.
-  const SerialLinearMapping local = mapping;
-  for (int i = 0; i < n; ++i) {
-    WriteColour(out + 3 * static_cast<size_t>(i), BandedColour(data[i], local));
-  }
 }
 
 // The routine behind KivLUTSetting::SetColorLUT(KivImage&, KivImage*, int, int, int, int, int,

@@ -2,13 +2,16 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
 #include "KivLUTStatus.h"
 #include "common/fault_injection.h"
 #include "image/grey_image_checks.h"
+#include "image/grey_result.h"
 #include "range/equalisation.h"
+#include "range/raw_value_lut.h"
 
 namespace KIVMV {
 
@@ -18,38 +21,20 @@ int GreyPixelCount(const cv::Mat& pixels) {
   return static_cast<int>(count);
 }
 
-cv::Mat ContiguousGreyPixels(const cv::Mat& pixels) {
-  return pixels.isContinuous() ? pixels : pixels.clone();
-}
-
-cv::Mat GreyCopy(const cv::Mat& pixels, int mapType) {
-  cv::Mat copy;
-  if (mapType == kGreyMap) {
-    copy = pixels.clone();
-  } else {
-    cv::merge(std::vector<cv::Mat>{pixels, pixels, pixels}, copy);
-  }
-  return copy;
-}
-
-cv::Mat ColouredResult(const cv::Mat& colours, int mapType) {
-  if (mapType != kGreyMap) return colours;
-  cv::Mat blue;
-  cv::extractChannel(colours, blue, 0);
-  return blue;
-}
-
-long PrepareGreyWork(const cv::Mat& source, GreyWork& work) {
+long PrepareGreyResult(const cv::Mat& source, const KivImage& dst, int mapType, cv::Mat& result) {
   return RunStage(FaultStage::kOutputSizing, kGreyStageFailure, [&] {
-    work.n = GreyPixelCount(source);
-    work.pixels = ContiguousGreyPixels(source);
-    work.colours.create(source.rows, source.cols, CV_8UC3);
+    GreyPixelCount(source);
+    result = ResultMatrix(dst, source, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);
   });
 }
 
-long FinishGreyWork(const GreyWork& work, int mapType, cv::Mat& result) {
-  return RunStage(FaultStage::kOutputSizing, kGreyStageFailure,
-                  [&] { result = ColouredResult(work.colours, mapType); });
+void CopyGrey(const cv::Mat& pixels, cv::Mat& result) {
+  ColourGreyRows<uint8_t>(
+      pixels,
+      [](uint8_t g) {
+        return PaddedColour{{g, g, g, 0}};
+      },
+      result);
 }
 
 namespace {
@@ -59,22 +44,43 @@ namespace {
 // single grey level): entry 5 of the invalid colours, black, for every table.
 constexpr int kPassedOnMapType = kRgbMap;
 
-// Equalises the pixels of `source` between their valid minimum and maximum over all 256 entries
-// of the table of mapType (grey for maps without a table of their own).
+// Counters per level when counting 8-bit levels: a camera frame repeats levels from pixel to
+// pixel. 16-bit levels repeat less, and four copies of 65536 counters would not stay in cache.
 template <typename T>
-long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
-  GreyWork work;
-  long status = PrepareGreyWork(source, work);
-  if (status != LUT_OK) return status;
+inline constexpr int kCountCopies = sizeof(T) == 1 ? 4 : 1;
 
-  const T* data = work.pixels.ptr<T>();
-  const int n = work.n;
+// Pixels per level from which the levels are coloured once and the pixels by lookup. Colouring a
+// level costs the engine more than a pixel (it allocates and fills tables as long as the levels),
+// and the lookup is a pass of its own; it pays off on large frames, which it also lets be written
+// into a destination's own matrix.
+constexpr int64_t kPixelsPerLevel = 64;
+
+// The valid minimum, maximum and count from the count of each level, as the engine's summary
+// holds them.
+template <typename T>
+ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
+  ValueStatistics<T> stats{PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
+  for (int index = 0; index < kRawValueCount<T>; ++index) {
+    const T v = RawValueAtIndex<T>(index);
+    if (counts[static_cast<size_t>(index)] == 0 || !IsValidPixel(v)) continue;
+    UpdateExtremes(v, stats.minimum, stats.maximum);
+    stats.validCount += counts[static_cast<size_t>(index)];
+  }
+  return stats;
+}
+
+// Equalises the pixels of `source` between their valid minimum and maximum over all 256 entries
+// of the table of mapType (grey for maps without a table of their own), into `result`.
+template <typename T>
+long Equalise(const cv::Mat& source, int mapType, const KivImage& dst, cv::Mat& result) {
   PixelSummary<T> summary;
-  status = RunStage(FaultStage::kStatistics, kGreyStageFailure,
-                    [&] { summary = SummarisePixels(data, n); });
+  long status = RunStage(FaultStage::kStatistics, kGreyStageFailure, [&] {
+    summary.rawCounts = CountGreyLevels<T, kCountCopies<T>>(source);
+    summary.stats = StatisticsFromCounts<T>(summary.rawCounts);
+  });
   if (status != LUT_OK) return status;
 
-  status = RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
+  return RunStage(FaultStage::kColouring, kGreyStageFailure, [&] {
     const EqualisedColouring how{&SelectColourTable(mapType),
                                  static_cast<double>(summary.stats.minimum),
                                  static_cast<double>(summary.stats.maximum),
@@ -83,11 +89,53 @@ long Equalise(const cv::Mat& source, int mapType, cv::Mat& result) {
                                  kPassedOnMapType,
                                  /*widthFromDifference=*/false,
                                  /*range=*/nullptr};
-    ColourByEqualisation(data, n, summary, how, work.colours.data);
+    const int n = GreyPixelCount(source);
+    // Every pixel is 0 or lies between the valid extremes (none: no pixel but 0).
+    const int lowest = summary.stats.validCount > 0 ? summary.stats.minimum : 0;
+    const int highest = summary.stats.validCount > 0 ? summary.stats.maximum : 0;
+    const int levelCount = highest - lowest + 2;
+    if (kPixelsPerLevel * static_cast<int64_t>(levelCount) <= n) {
+      // The engine's colour depends on the level alone (and on the summary, which stays that of
+      // the image): it colours level 0 and the levels lowest..highest once, and every pixel then
+      // takes its level's colour.
+      std::vector<T> levels(static_cast<size_t>(levelCount));
+      levels[0] = 0;
+      for (int i = 1; i < levelCount; ++i)
+        levels[static_cast<size_t>(i)] = static_cast<T>(lowest + i - 1);
+      std::vector<uint8_t> bytes(3 * static_cast<size_t>(levelCount));
+      ColourByEqualisation(levels.data(), levelCount, summary, how, bytes.data());
+      std::vector<PaddedColour> byLevel(static_cast<size_t>(levelCount));
+      for (size_t i = 0; i < byLevel.size(); ++i) {
+        byLevel[i] = {bytes[3 * i], bytes[3 * i + 1], bytes[3 * i + 2], 0};
+      }
+      const PaddedColour* colourOf = byLevel.data();
+      const int base = lowest - 1;  // level v > 0 is entry v - base; level 0 is entry 0
+      ColourGreyRows<T>(
+          source,
+          [colourOf, base](T v) { return colourOf[v == 0 ? 0 : static_cast<int>(v) - base]; },
+          result);
+      return;
+    }
+    // Not many more pixels than levels: the engine colours the pixels themselves, in one block.
+    // A new result matrix of three channels is that block; the destination's own matrix, and a
+    // single channel, take a copy once nothing can fail any more.
+    const cv::Mat pixels = source.isContinuous() ? source : source.clone();
+    const bool direct = result.channels() == 3 && result.datastart != dst.Mat().datastart;
+    std::vector<uint8_t> bytes(direct ? 0 : 3 * static_cast<size_t>(n));
+    uint8_t* colours = direct ? result.data : bytes.data();
+    ColourByEqualisation(pixels.ptr<T>(), n, summary, how, colours);
+    if (direct) return;
+    const size_t cols = static_cast<size_t>(result.cols);
+    for (int y = 0; y < result.rows; ++y) {
+      uint8_t* row = result.ptr<uint8_t>(y);
+      const uint8_t* from = colours + 3 * cols * static_cast<size_t>(y);
+      if (result.channels() == 3) {
+        std::memcpy(row, from, 3 * cols);
+      } else {
+        for (size_t x = 0; x < cols; ++x) row[x] = from[3 * x];
+      }
+    }
   });
-  if (status != LUT_OK) return status;
-
-  return FinishGreyWork(work, mapType, result);
 }
 
 }  // namespace
@@ -98,8 +146,8 @@ long ColourGreyImageEqualised(const KivImage& src, KivImage* dst, int mapType) n
   if (dst == nullptr) return LUT_ERR_PARAM_2;
 
   return ColourGreyImageByDepth(
-      src, dst, mapType, [&](auto tag, const cv::Mat& source, auto& result) {
-        return Equalise<typename decltype(tag)::type>(source, mapType, result);
+      src, dst, mapType, [&](auto tag, const cv::Mat& source, cv::Mat& result) {
+        return Equalise<typename decltype(tag)::type>(source, mapType, *dst, result);
       });
 }
 

@@ -1,9 +1,10 @@
 // Histogram-equalised colouring of 8- and 16-bit grey images, and the set-up and result handling
 // that the banded grey colouring (grey_banded.h) shares with it.
 //
-// The destination always receives a matrix made here, assigned to it once everything else has
-// succeeded: its old matrix, which may be a caller's buffer or shared with other images, is never
-// written into, and a failing call leaves it exactly as it was.
+// The destination receives the result once everything else has succeeded. It is written in place
+// only when it alone owns a buffer of the result's shape (see ResultMatrix), and then only after
+// the last point of failure; a caller's buffer or one shared with other images is never written
+// into, and a failing call leaves the destination exactly as it was.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -32,54 +33,39 @@ inline bool HasOwnTable(int mapType) { return mapType >= kRainbowMap && mapType 
 // Every stage of the grey-image colourings reports a failure as a failed colouring.
 inline constexpr long kGreyStageFailure = LUT_ERR_ARRAY_APPLY_FAILED;
 
-// What the grey colourings work on: the pixel count, the pixels as one contiguous block, and the
-// CV_8UC3 matrix they colour into.
-struct GreyWork {
-  int n = 0;
-  cv::Mat pixels;
-  cv::Mat colours;
-};
-
-// The first stage of both colourings: sets up `work` for `source`.
-long PrepareGreyWork(const cv::Mat& source, GreyWork& work);
-
-// The last stage: hands the colouring to `result` as ColouredResult shapes it for mapType.
-long FinishGreyWork(const GreyWork& work, int mapType, cv::Mat& result);
-
 // The pixel count of a grey matrix, which the colouring engine indexes with an int. Throws
 // std::length_error for a matrix too large for that.
 int GreyPixelCount(const cv::Mat& pixels);
 
-// The pixels in one block, rows end to end: the matrix itself when it is continuous, else a copy
-// (a source wrapping a caller's buffer may have padded rows).
-cv::Mat ContiguousGreyPixels(const cv::Mat& pixels);
+// The first stage of both colourings: checks the pixel count and picks the matrix the result is
+// written into (see ResultMatrix): one channel for map 0, three blue first otherwise. Only the
+// last step of a colouring writes into it, after everything that can fail, so a destination whose
+// own buffer it is stays untouched by a failing call.
+long PrepareGreyResult(const cv::Mat& source, const KivImage& dst, int mapType, cv::Mat& result);
 
-// The uncoloured result of an 8-bit image under map 0 or 7 to 10: a single-channel copy of the
-// source for map 0, three copies side by side (blue, green, red all equal) otherwise.
-cv::Mat GreyCopy(const cv::Mat& pixels, int mapType);
+// The uncoloured result of an 8-bit image under map 0 or 7 to 10: a copy of the source for map 0
+// (1-channel `result`), three copies side by side (blue, green, red all equal) otherwise.
+void CopyGrey(const cv::Mat& pixels, cv::Mat& result);
 
-// The matrix a destination receives from a CV_8UC3 colouring: the first (blue) channel alone for
-// map 0, the colouring itself otherwise.
-cv::Mat ColouredResult(const cv::Mat& colours, int mapType);
-
-// Colours a checked grey image by its depth and hands the result to `dst`: 16-bit images, and
-// 8-bit ones under maps with a table, through colour(PixelTypeTag<uint16_t or uint8_t>, source,
-// result), which returns a status; 8-bit ones under the grey maps as a plain copy. The destination
-// receives the result only when everything succeeded.
+// Colours a checked grey image by its depth into the matrix PrepareGreyResult picks, and hands
+// the result to `dst`: 16-bit images, and 8-bit ones under maps with a table, through
+// colour(PixelTypeTag<uint16_t or uint8_t>, source, result), which returns a status; 8-bit ones
+// under the grey maps as a plain copy. The destination receives the result only when everything
+// succeeded.
 template <typename Colour>
 long ColourGreyImageByDepth(const KivImage& src, KivImage* dst, int mapType,
                             Colour&& colour) noexcept {
   const cv::Mat& source = src.Mat();
   cv::Mat result;
-  long status = LUT_OK;
+  long status = PrepareGreyResult(source, *dst, mapType, result);
+  if (status != LUT_OK) return status;
   if (src.BitDepth() == KIV_IMAGE_16U) {
     status = colour(PixelTypeTag<uint16_t>{}, source, result);
   } else if (HasOwnTable(mapType)) {
     status = colour(PixelTypeTag<uint8_t>{}, source, result);
   } else {
     // 8-bit grey maps are final as plain copies: no table, no equalisation.
-    status = RunStage(FaultStage::kOutputSizing, kGreyStageFailure,
-                      [&] { result = GreyCopy(source, mapType); });
+    status = RunStage(kGreyStageFailure, [&] { CopyGrey(source, result); });
   }
   if (status != LUT_OK) return status;
   dst->Mat() = result;

@@ -1,5 +1,7 @@
 #include "image/grey_linear.h"
 
+#include <tbb/combinable.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -18,18 +20,14 @@
 namespace KIVMV {
 namespace {
 
-// Below this many pixels the loops run on the calling thread: they take well under a
-// millisecond, less than waking the team can cost on a busy machine.
-constexpr size_t kParallelPixels = size_t{1} << 18;
-
 // 8 bits: the grey level is the table index, for maps 1 to 6. Maps 7 to 10 have no table of their
-// own and give the level in all three bytes; map 0 gives a 1-channel copy. Each pixel's colour is
-// looked up once and written straight into the result matrix (see ResultMatrix): the bytes a merge
-// of three copies of the plane followed by a table lookup would give, in one pass instead of two.
+// own and give the level in all three bytes; map 0 gives a 1-channel copy (the first of those
+// bytes). Each pixel's colour is looked up once and written straight into the result matrix (see
+// ResultMatrix): the bytes a merge of three copies of the plane followed by a table lookup would
+// give, in one pass instead of two.
 cv::Mat ColourEightBit(const cv::Mat& grey, int mapType, const KivImage& dst) {
   ThrowIfInjected(FaultStage::kColouring);
-  if (mapType == kGreyMap) return grey.clone();
-  cv::Mat colour = ResultMatrix(dst, grey, CV_8UC3);
+  cv::Mat colour = ResultMatrix(dst, grey, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);
 
   const bool hasTable = mapType >= kRainbowMap && mapType <= kJetMap;
   const ColourTable& table = SelectColourTable(mapType);
@@ -40,15 +38,9 @@ cv::Mat ColourEightBit(const cv::Mat& grey, int mapType, const KivImage& dst) {
         hasTable ? Pad(table[static_cast<size_t>(g)]) : PaddedColour{{level, level, level, 0}};
   }
 
-  const int rows = grey.rows;
-  const int cols = grey.cols;
-  // Each thread writes only its own rows of the new matrix.
-#pragma omp parallel for schedule(static) if (grey.total() >= kParallelPixels)
-  for (int y = 0; y < rows; ++y) {
-    const uint8_t* in = grey.ptr<uint8_t>(y);
-    WriteColours(
-        cols, [&](int64_t x) { return colourOf[in[x]]; }, colour.ptr<uint8_t>(y));
-  }
+  const PaddedColour* colours = colourOf.data();
+  ColourGreyRows<uint8_t>(
+      grey, [colours](uint8_t g) { return colours[g]; }, colour);
   return colour;
 }
 
@@ -61,48 +53,66 @@ uint8_t StretchedIndex(double v, double minimum, double maximum) {
   return numeric::TruncateToLowByte((v - minimum) / (maximum - minimum) * 255.0);
 }
 
+// Spans of values up to this many are coloured value by value; wider ones run by run.
+constexpr int kDividedSpan = 4 * kColourTableSize;
+
+// The colour of every value lowest..highest (the image's extremes) into colourOf[0..], with as
+// few divisions as there are runs of values with one index, times a few. Between the extremes the
+// index never falls as the value rises: the difference to the minimum, its quotient by the fixed
+// width and the product with 255 are each rounded monotonically, and so is the truncation of a
+// product in [0, 255]. So each run ends where the index first changes, found by doubling the step
+// and then halving the gap.
+void FillStretchedRuns(int lowest, int highest, double minimum, double maximum,
+                       const ColourTable& table, PaddedColour* colourOf) {
+  int v = lowest;
+  while (v <= highest) {
+    const uint8_t index = StretchedIndex(v, minimum, maximum);
+    int last = v;  // the run holds v..last
+    int step = 1;
+    while (last + step <= highest && StretchedIndex(last + step, minimum, maximum) == index) {
+      last += step;
+      step *= 2;
+    }
+    int beyond = std::min(last + step, highest + 1);  // the first value known or taken to be past
+    while (beyond - last > 1) {
+      const int middle = last + (beyond - last) / 2;
+      if (StretchedIndex(middle, minimum, maximum) == index) {
+        last = middle;
+      } else {
+        beyond = middle;
+      }
+    }
+    std::fill(colourOf + (v - lowest), colourOf + (last - lowest + 1), Pad(table[index]));
+    v = last + 1;
+  }
+}
+
 // The minimum and maximum of a non-empty 16-bit image, as cv::minMaxLoc gives them, in one parallel
 // pass.
 std::pair<double, double> SixteenBitExtremes(const cv::Mat& grey) {
-  uint16_t low = UINT16_MAX;
-  uint16_t high = 0;
-  const int rows = grey.rows;
+  tbb::combinable<std::pair<uint16_t, uint16_t>> extremes([] {
+    return std::pair<uint16_t, uint16_t>{UINT16_MAX, 0};
+  });
   const int cols = grey.cols;
-  const bool parallel = grey.total() >= kParallelPixels;
-#pragma omp parallel for schedule(static) reduction(min : low) reduction(max : high) if (parallel)
-  for (int y = 0; y < rows; ++y) {
-    const uint16_t* in = grey.ptr<uint16_t>(y);
-    uint16_t rowLow = UINT16_MAX;
-    uint16_t rowHigh = 0;
-    for (int x = 0; x < cols; ++x) {
-      rowLow = std::min(rowLow, in[x]);
-      rowHigh = std::max(rowHigh, in[x]);
+  ForGreyRows(grey, [&](int first, int last) {
+    uint16_t low = UINT16_MAX;
+    uint16_t high = 0;
+    for (int y = first; y < last; ++y) {
+      const uint16_t* in = grey.ptr<uint16_t>(y);
+      for (int x = 0; x < cols; ++x) {
+        low = std::min(low, in[x]);
+        high = std::max(high, in[x]);
+      }
     }
-    low = std::min(low, rowLow);
-    high = std::max(high, rowHigh);
-  }
-  return {low, high};
-}
-
-// Colours every row of a 16-bit image with colourOf(value): three bytes a pixel, or for map 0 the
-// first byte only. Each thread writes only its own rows of the new matrix; the source and tables
-// are read-only and nothing inside throws.
-template <typename ColourOf>
-void ColourSixteenBitRows(const cv::Mat& grey, ColourOf colourOf, cv::Mat& colour) {
-  const int rows = grey.rows;
-  const int cols = grey.cols;
-  const bool onePlane = colour.channels() == 1;
-#pragma omp parallel for schedule(static) if (grey.total() >= kParallelPixels)
-  for (int y = 0; y < rows; ++y) {
-    const uint16_t* in = grey.ptr<uint16_t>(y);
-    uint8_t* out = colour.ptr<uint8_t>(y);
-    if (onePlane) {
-      for (int x = 0; x < cols; ++x) out[x] = colourOf(in[x])[0];
-    } else {
-      WriteColours(
-          cols, [&](int64_t x) { return colourOf(in[x]); }, out);
-    }
-  }
+    std::pair<uint16_t, uint16_t>& mine = extremes.local();
+    mine.first = std::min(mine.first, low);
+    mine.second = std::max(mine.second, high);
+  });
+  const std::pair<uint16_t, uint16_t> both = extremes.combine([](std::pair<uint16_t, uint16_t> a,
+                                                                 std::pair<uint16_t, uint16_t> b) {
+    return std::pair<uint16_t, uint16_t>{std::min(a.first, b.first), std::max(a.second, b.second)};
+  });
+  return {both.first, both.second};
 }
 
 // 16 bits: stretched between the image's own extremes over all 256 entries. The index depends on
@@ -110,31 +120,37 @@ void ColourSixteenBitRows(const cv::Mat& grey, ColourOf colourOf, cv::Mat& colou
 // extremes, each value's colour is worked out once; smaller images compute it per pixel. Map 0
 // keeps only the first byte of the grey colours (the first plane of the colour image), so its
 // result is made 1-channel directly.
-cv::Mat ColourSixteenBit(const cv::Mat& grey, int mapType) {
+cv::Mat ColourSixteenBit(const cv::Mat& grey, int mapType, const KivImage& dst) {
   const std::pair<double, double> extremes = SixteenBitExtremes(grey);
   const double minimum = extremes.first;
   const double maximum = extremes.second;
   const ColourTable& table = SelectColourTable(mapType);
   const int lowest = static_cast<int>(minimum);
-  const int span = static_cast<int>(maximum) - lowest + 1;
+  const int highest = static_cast<int>(maximum);
+  const int span = highest - lowest + 1;
   const bool perValue = static_cast<size_t>(span) <= grey.total();
 
   std::vector<PaddedColour> byValue;
   if (perValue) {
     byValue.resize(static_cast<size_t>(span));
-    for (int i = 0; i < span; ++i) {
-      byValue[static_cast<size_t>(i)] = Pad(table[StretchedIndex(lowest + i, minimum, maximum)]);
+    if (span <= kDividedSpan) {
+      for (int i = 0; i < span; ++i) {
+        byValue[static_cast<size_t>(i)] = Pad(table[StretchedIndex(lowest + i, minimum, maximum)]);
+      }
+    } else {
+      FillStretchedRuns(lowest, highest, minimum, maximum, table, byValue.data());
     }
   }
-  cv::Mat colour(grey.rows, grey.cols, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);
-  // Thrown here, before the parallel region: an exception must not leave one.
+  cv::Mat colour = ResultMatrix(dst, grey, mapType == kGreyMap ? CV_8UC1 : CV_8UC3);
+  // Thrown here, before anything is written: a destination written in place must stay untouched
+  // by a failing call.
   ThrowIfInjected(FaultStage::kColouring);
   if (perValue) {
     const PaddedColour* colourOf = byValue.data();
-    ColourSixteenBitRows(
-        grey, [&](uint16_t v) { return colourOf[v - lowest]; }, colour);
+    ColourGreyRows<uint16_t>(
+        grey, [colourOf, lowest](uint16_t v) { return colourOf[v - lowest]; }, colour);
   } else {
-    ColourSixteenBitRows(
+    ColourGreyRows<uint16_t>(
         grey, [&](uint16_t v) { return Pad(table[StretchedIndex(v, minimum, maximum)]); }, colour);
   }
   return colour;
@@ -149,7 +165,7 @@ long LinearSetColorLUTOnGreyImage(const KivImage& src, KivImage* dst, int mapTyp
   cv::Mat colour;
   const long status = RunStage(LUT_ERR_ARRAY_APPLY_FAILED, [&] {
     colour = src.BitDepth() == KIV_IMAGE_8U ? ColourEightBit(src.Mat(), mapType, *dst)
-                                            : ColourSixteenBit(src.Mat(), mapType);
+                                            : ColourSixteenBit(src.Mat(), mapType, *dst);
   });
   if (status != LUT_OK) return status;
   // Assigned: dst shares the result, and a buffer it shared with anyone else is left alone.

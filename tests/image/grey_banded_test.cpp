@@ -524,5 +524,151 @@ TEST(GreyBanded, LogsStartAndEndTags) {
   }
 }
 
+// ---------------------------------------------------------------------------------------------
+// A destination that alone owns a matrix of the result's shape is written in place.
+
+KivImage OwnedDestinationLike(const cv::Mat& want, uint8_t fill) {
+  KivImage dst(want.cols, want.rows, want.channels(), KIV_IMAGE_8U);
+  dst.Mat().setTo(cv::Scalar::all(fill));
+  return dst;
+}
+
+bool AllBytesAre(const cv::Mat& m, uint8_t value) {
+  const std::vector<uint8_t> bytes = MatBytes(m);
+  return std::all_of(bytes.begin(), bytes.end(), [value](uint8_t b) { return b == value; });
+}
+
+TEST(GreyBanded, OwnedMatchingDestinationIsWrittenInPlace) {
+  std::mt19937_64 random(61);
+  for (const auto& [width, height] : GreyImageSizes()) {
+    for (int depth : {8, 16}) {
+      for (int mapType = 0; mapType <= 10; ++mapType) {
+        const int padding = mapType % 2 == 0 ? 0 : 3;
+        auto grey = depth == 8 ? RandomGreyImage<uint8_t>(width, height, padding, random)
+                               : RandomGreyImage<uint16_t>(width, height, padding, random);
+        const Request q = RandomRequest(grey->image.Mat(), mapType, random);
+        SCOPED_TRACE(testing::Message() << depth << "-bit " << width << "x" << height << " map "
+                                        << mapType << " bounds " << q.low << ".." << q.high);
+        const cv::Mat want = ReferenceBanded(grey->image.Mat(), q);
+        KivImage dst = OwnedDestinationLike(want, 0x77);
+        const uint8_t* buffer = dst.Data();
+        ASSERT_EQ(CallBanded(grey->image, &dst, q), LUT_OK);
+        EXPECT_EQ(dst.Data(), buffer);
+        ASSERT_EQ(dst.Mat().type(), want.type());
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want));
+      }
+    }
+  }
+}
+
+TEST(GreyBanded, FailingStageLeavesAnOwnedMatchingDestinationUntouched) {
+  std::mt19937_64 random(67);
+  const struct {
+    int depth;
+    int mapType;
+    std::vector<FaultStage> stages;
+  } paths[] = {
+      {8, 0, {FaultStage::kOutputSizing}},
+      {8, 10, {FaultStage::kOutputSizing}},
+      {8, 6, {FaultStage::kOutputSizing, FaultStage::kStatistics, FaultStage::kColouring}},
+      {16, 0, {FaultStage::kOutputSizing, FaultStage::kColouring}},
+      {16, 2, {FaultStage::kOutputSizing, FaultStage::kColouring}},
+  };
+  Request q;
+  q.low = 20;
+  q.high = 40000;
+  q.indexLow = 3;
+  q.indexHigh = 250;
+  for (const auto& [width, height] : {std::pair<int, int>{33, 31}, {640, 480}}) {
+    for (const auto& path : paths) {
+      q.mapType = path.mapType;
+      for (FaultStage stage : path.stages) {
+        auto grey = path.depth == 8 ? RandomGreyImage<uint8_t>(width, height, 0, random)
+                                    : RandomGreyImage<uint16_t>(width, height, 0, random);
+        const cv::Mat want = ReferenceBanded(grey->image.Mat(), q);
+        KivImage dst = OwnedDestinationLike(want, 0x77);
+        const uint8_t* buffer = dst.Data();
+        {
+          ScopedFault fault(stage);
+          EXPECT_EQ(CallBanded(grey->image, &dst, q), LUT_ERR_ARRAY_APPLY_FAILED)
+              << path.depth << "-bit map " << path.mapType << " stage " << static_cast<int>(stage);
+        }
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_TRUE(AllBytesAre(dst.Mat(), 0x77));
+        ASSERT_EQ(CallBanded(grey->image, &dst, q), LUT_OK);
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want));
+      }
+    }
+  }
+}
+
+TEST(GreyBanded, DestinationOverlappingTheSourceIsNotWrittenInPlace) {
+  std::mt19937_64 random(71);
+  for (int depth : {8, 16}) {
+    for (int mapType : {5, 7}) {
+      for (size_t offset : {0, 2, 500}) {
+        const int width = 37, height = 21;
+        KivImage dst(width, height, 3, KIV_IMAGE_8U);
+        const size_t sampleBytes = depth == 8 ? 1 : 2;
+        const size_t dstBytes = dst.Mat().total() * dst.Mat().elemSize();
+        ASSERT_LE(offset + sampleBytes * width * height, dstBytes);
+        uint8_t* bytes = dst.Mat().data;
+        for (size_t i = 0; i < dstBytes; ++i) bytes[i] = static_cast<uint8_t>(random());
+        KivImage source(bytes + offset, width, height, 1, static_cast<int>(sampleBytes) * width,
+                        depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+        Request q;
+        q.mapType = mapType;
+        q.low = 30;
+        q.high = depth == 8 ? 200 : 50000;
+        q.indexLow = 7;
+        q.indexHigh = 201;
+        const cv::Mat want = ReferenceBanded(source.Mat().clone(), q);
+        const uint8_t* buffer = dst.Data();
+        ASSERT_EQ(CallBanded(source, &dst, q), LUT_OK);
+        // The old buffer went with the old matrix; `source` is not read again.
+        EXPECT_NE(dst.Data(), buffer);
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want))
+            << depth << "-bit map " << mapType << " offset " << offset;
+      }
+    }
+  }
+}
+
+// The 8-bit bounds are narrowed to the smallest non-zero and the largest level, found in parallel
+// for large images: images without a non-zero level, with only 255, and with the extremes in the
+// last pixels the loops reach.
+TEST(GreyBanded, EightBitNarrowingAtTheLevelExtremes) {
+  Request q;
+  q.mapType = 4;
+  q.low = 0;
+  q.high = 255;
+  q.indexLow = 1;
+  q.indexHigh = 254;
+  q.below = KivColor(1, 2, 3);
+  q.above = KivColor(4, 5, 6);
+  for (const auto& [width, height] : {std::pair<int, int>{1, 1}, {13, 7}, {640, 480}}) {
+    for (const std::vector<int>& fill : std::vector<std::vector<int>>{
+             {0}, {255}, {0, 255}, {1}, {0, 1}, {254, 255}, {0, 1, 255}, {100, 101}}) {
+      KivImage image(width, height, 1, KIV_IMAGE_8U);
+      image.Mat().setTo(cv::Scalar(fill[0]));
+      // The other levels in the last pixels, where a parallel loop ends.
+      const int n = width * height;
+      for (size_t k = 1; k < fill.size() && static_cast<int>(k) < n; ++k) {
+        image.Mat().data[n - static_cast<int>(k)] = static_cast<uint8_t>(fill[k]);
+      }
+      for (const auto& [low, high] : {std::pair<int, int>{0, 255}, {1, 254}, {101, 101}}) {
+        q.low = low;
+        q.high = high;
+        KivImage dst;
+        ASSERT_EQ(CallBanded(image, &dst, q), LUT_OK);
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(ReferenceBanded(image.Mat(), q)))
+            << width << "x" << height << " first level " << fill[0] << " levels " << fill.size()
+            << " bounds " << low << ".." << high;
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace KIVMV

@@ -546,5 +546,183 @@ TEST(GreyEqualised, ConcurrentCallsOnOneObjectAndOneSource) {
   }
 }
 
+// ---------------------------------------------------------------------------------------------
+// A destination that alone owns a matrix of the result's shape is written in place.
+
+// A destination of `want`'s size and type that alone owns its pixels, all `fill`.
+KivImage OwnedDestinationLike(const cv::Mat& want, uint8_t fill) {
+  KivImage dst(want.cols, want.rows, want.channels(), KIV_IMAGE_8U);
+  dst.Mat().setTo(cv::Scalar::all(fill));
+  return dst;
+}
+
+bool AllBytesAre(const cv::Mat& m, uint8_t value) {
+  const std::vector<uint8_t> bytes = MatBytes(m);
+  return std::all_of(bytes.begin(), bytes.end(), [value](uint8_t b) { return b == value; });
+}
+
+TEST(GreyEqualised, OwnedMatchingDestinationIsWrittenInPlace) {
+  std::mt19937_64 random(43);
+  for (const auto& [width, height] : GreyImageSizes()) {
+    for (int depth : {8, 16}) {
+      for (int mapType = 0; mapType <= 10; ++mapType) {
+        const int padding = mapType % 2 == 0 ? 0 : 3;
+        auto grey = depth == 8 ? RandomGreyImage<uint8_t>(width, height, padding, random)
+                               : RandomGreyImage<uint16_t>(width, height, padding, random);
+        SCOPED_TRACE(testing::Message()
+                     << depth << "-bit " << width << "x" << height << " map " << mapType);
+        const cv::Mat want = ReferenceEqualised(grey->image.Mat(), mapType);
+        KivImage dst = OwnedDestinationLike(want, 0x77);
+        const uint8_t* buffer = dst.Data();
+        KivLUTSetting lut;
+        ASSERT_EQ(lut.SetColorLUT(grey->image, &dst, mapType), LUT_OK);
+        EXPECT_EQ(dst.Data(), buffer);
+        ASSERT_EQ(dst.Mat().type(), want.type());
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want));
+        // A second call into the same matrix gives the same bytes again.
+        ASSERT_EQ(lut.SetColorLUT(grey->image, &dst, mapType), LUT_OK);
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want));
+      }
+    }
+  }
+}
+
+// Every stage that fails leaves a destination it would have written in place as it was.
+TEST(GreyEqualised, FailingStageLeavesAnOwnedMatchingDestinationUntouched) {
+  std::mt19937_64 random(47);
+  const struct {
+    int depth;
+    int mapType;
+    std::vector<FaultStage> stages;
+  } paths[] = {
+      {8, 0, {FaultStage::kOutputSizing}},
+      {8, 8, {FaultStage::kOutputSizing}},
+      {8, 2, {FaultStage::kOutputSizing, FaultStage::kStatistics, FaultStage::kColouring}},
+      {16, 0, {FaultStage::kOutputSizing, FaultStage::kStatistics, FaultStage::kColouring}},
+      {16, 4, {FaultStage::kOutputSizing, FaultStage::kStatistics, FaultStage::kColouring}},
+  };
+  KivLUTSetting lut;
+  // Fewer pixels than 16-bit levels, and enough for every level and for parallel loops.
+  for (const auto& [width, height] : {std::pair<int, int>{33, 31}, {640, 480}}) {
+    for (const auto& path : paths) {
+      for (FaultStage stage : path.stages) {
+        auto grey = path.depth == 8 ? RandomGreyImage<uint8_t>(width, height, 0, random)
+                                    : RandomGreyImage<uint16_t>(width, height, 0, random);
+        const cv::Mat want = ReferenceEqualised(grey->image.Mat(), path.mapType);
+        KivImage dst = OwnedDestinationLike(want, 0x77);
+        const uint8_t* buffer = dst.Data();
+        {
+          ScopedFault fault(stage);
+          EXPECT_EQ(lut.SetColorLUT(grey->image, &dst, path.mapType), LUT_ERR_ARRAY_APPLY_FAILED)
+              << path.depth << "-bit map " << path.mapType << " stage " << static_cast<int>(stage);
+        }
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_TRUE(AllBytesAre(dst.Mat(), 0x77));
+        ASSERT_EQ(lut.SetColorLUT(grey->image, &dst, path.mapType), LUT_OK);
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want));
+      }
+    }
+  }
+}
+
+// A source that reads pixels out of the destination's own buffer keeps that buffer from being
+// written: the result goes to a new matrix and equals the colouring of the pixels as they were.
+TEST(GreyEqualised, DestinationOverlappingTheSourceIsNotWrittenInPlace) {
+  std::mt19937_64 random(53);
+  for (int depth : {8, 16}) {
+    for (int mapType : {3, 9}) {
+      // Pixels at the start of the destination's bytes, or some way into them (even offsets keep
+      // 16-bit samples aligned).
+      for (size_t offset : {0, 2, 500}) {
+        const int width = 37, height = 21;
+        KivImage dst(width, height, 3, KIV_IMAGE_8U);
+        const size_t sampleBytes = depth == 8 ? 1 : 2;
+        const size_t dstBytes = dst.Mat().total() * dst.Mat().elemSize();
+        ASSERT_LE(offset + sampleBytes * width * height, dstBytes);
+        uint8_t* bytes = dst.Mat().data;
+        for (size_t i = 0; i < dstBytes; ++i) bytes[i] = static_cast<uint8_t>(random());
+        KivImage source(bytes + offset, width, height, 1, static_cast<int>(sampleBytes) * width,
+                        depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+        const cv::Mat want = ReferenceEqualised(source.Mat().clone(), mapType);
+        const uint8_t* buffer = dst.Data();
+        KivLUTSetting lut;
+        ASSERT_EQ(lut.SetColorLUT(source, &dst, mapType), LUT_OK);
+        // The old buffer went with the old matrix; `source` is not read again.
+        EXPECT_NE(dst.Data(), buffer);
+        EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(want))
+            << depth << "-bit map " << mapType << " offset " << offset;
+      }
+    }
+  }
+}
+
+// Images that hold every 8-bit level (each pixel count at least the 256 levels) and images of
+// fewer pixels than levels, whose pixels the engine colours one by one, against the reference.
+TEST(GreyEqualised, EveryEightBitLevelMatchesReference) {
+  std::mt19937_64 random(59);
+  for (const auto& [width, height] :
+       {std::pair<int, int>{16, 16}, {257, 1}, {1, 300}, {31, 29}, {5, 3}, {1, 255}, {641, 479}}) {
+    for (int mapType = 1; mapType <= 6; ++mapType) {
+      KivImage image(width, height, 1, KIV_IMAGE_8U);
+      uint8_t* levels = image.Mat().data;
+      const int n = width * height;
+      for (int i = 0; i < n; ++i) levels[i] = static_cast<uint8_t>(i < 256 ? i : random());
+      std::shuffle(levels, levels + n, random);
+      KivImage dst;
+      KivLUTSetting lut;
+      ASSERT_EQ(lut.SetColorLUT(image, &dst, mapType), LUT_OK);
+      EXPECT_EQ(MatBytes(dst.Mat()), MatBytes(ReferenceEqualised(image.Mat(), mapType)))
+          << width << "x" << height << " map " << mapType;
+    }
+  }
+}
+
+// Levels between two extremes, with zeros: with many pixels per level the levels are coloured once
+// and the pixels by lookup, with few the pixels one by one; both into a new matrix and into a
+// destination's own one, whose result is copied in.
+TEST(GreyEqualised, NarrowLevelRangesMatchReferenceIntoNewAndOwnedDestinations) {
+  std::mt19937_64 random(73);
+  for (int depth : {8, 16}) {
+    for (const auto& [width, height] :
+         {std::pair<int, int>{1, 1}, {9, 1}, {33, 31}, {257, 64}, {640, 480}}) {
+      for (int span : {0, 1, 2, 15, 16, 200, 255, 4000}) {
+        const int top = depth == 8 ? 255 : 65535;
+        if (span > top - 1) continue;
+        const int low = 1 + static_cast<int>(random() % static_cast<uint64_t>(top - span));
+        KivImage image(width, height, 1, depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+        for (int y = 0; y < height; ++y) {
+          for (int x = 0; x < width; ++x) {
+            const int level =
+                random() % 10 == 0 ? 0 : low + static_cast<int>(random() % (span + 1));
+            if (depth == 8) {
+              image.Mat().at<uint8_t>(y, x) = static_cast<uint8_t>(level);
+            } else {
+              image.Mat().at<uint16_t>(y, x) = static_cast<uint16_t>(level);
+            }
+          }
+        }
+        for (int mapType : {0, 4, 6}) {
+          if (depth == 8 && mapType == 0) continue;  // an 8-bit map 0 is a plain copy
+          const cv::Mat want = ReferenceEqualised(image.Mat(), mapType);
+          SCOPED_TRACE(testing::Message()
+                       << depth << "-bit " << width << "x" << height << " levels " << low << ".."
+                       << low + span << " map " << mapType);
+          KivLUTSetting lut;
+          KivImage fresh;
+          ASSERT_EQ(lut.SetColorLUT(image, &fresh, mapType), LUT_OK);
+          EXPECT_EQ(MatBytes(fresh.Mat()), MatBytes(want));
+          KivImage owned = OwnedDestinationLike(want, 0x77);
+          const uint8_t* buffer = owned.Data();
+          ASSERT_EQ(lut.SetColorLUT(image, &owned, mapType), LUT_OK);
+          EXPECT_EQ(owned.Data(), buffer);
+          EXPECT_EQ(MatBytes(owned.Mat()), MatBytes(want));
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace KIVMV

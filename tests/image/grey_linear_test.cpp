@@ -265,6 +265,122 @@ TEST(GreyLinear, RealFramesMatchReference) {
   }
 }
 
+// Every value between the extremes present, for many pairs of extremes: the colours of the values
+// are worked out value by value for narrow spans and run by run for wide ones, and here each one
+// meets the reference's own division. Spans around
+// 255 and its multiples put runs of one and of two values side by side; the full 16-bit range
+// holds every value once.
+TEST(GreyLinear, SixteenBitEveryValueBetweenTheExtremesMatchesReference) {
+  std::mt19937_64 random(17);
+  std::vector<std::pair<int, int>> extremes = {
+      {0, 65535},      {0, 0},           {65535, 65535},
+      {0, 1},          {1, 2},           {65534, 65535},
+      {0, 255},        {0, 256},         {7, 7 + 254},
+      {9, 9 + 509},    {100, 100 + 510}, {3, 3 + 511},
+      {1, 65535},      {0, 65534},       {12345, 12345 + 25500},
+      {50, 50 + 1023}, {50, 50 + 1024},  {60000, 60000 + 1025},
+      {7, 7 + 5000},   {2, 2 + 255 * 7}};
+  for (int span = 1; span <= 600; ++span) {
+    const int low = static_cast<int>(random() % static_cast<uint64_t>(65536 - span));
+    extremes.push_back({low, low + span});
+  }
+  for (int round = 0; round < 40; ++round) {
+    const int a = static_cast<int>(random() % 65536), b = static_cast<int>(random() % 65536);
+    extremes.push_back({std::min(a, b), std::max(a, b)});
+  }
+  for (const auto& [low, high] : extremes) {
+    const int count = high - low + 1;
+    // Twice the span, rounded up to whole rows of 256, so the per-value colouring is taken.
+    const int width = 256;
+    const int height = (2 * count + width - 1) / width;
+    KivImage image(width, height, 1, KIV_IMAGE_16U);
+    uint16_t* values = image.Mat().ptr<uint16_t>();
+    for (int i = 0; i < width * height; ++i) values[i] = static_cast<uint16_t>(low + i % count);
+    std::shuffle(values, values + width * height, random);
+    for (int mapType : {0, 2, 6}) {
+      KivImage dst;
+      KivLUTSetting lut;
+      ASSERT_EQ(lut.LinearSetColorLUT(image, &dst, mapType), LUT_OK);
+      ASSERT_TRUE(SameImage(RefLinear(image.Mat(), mapType), dst.Mat()))
+          << low << ".." << high << " map " << mapType;
+    }
+  }
+}
+
+// A 16-bit destination that alone owns a matrix of the result's shape is written in place, also
+// for map 0's single channel; one that shares its pixels or overlaps the source gets a new matrix.
+TEST(GreyLinear, SixteenBitDestinationBufferIsReusedOnlyWhenItsOwnAlone) {
+  std::mt19937_64 random(42);
+  for (int mapType : {0, 6, 9}) {
+    for (const auto& [width, height] : {std::pair<int, int>{37, 21}, {640, 480}}) {
+      auto grey = RandomGreyImage<uint16_t>(width, height, 0, random);
+      const cv::Mat want = RefLinear(grey->image.Mat(), mapType);
+      KivLUTSetting lut;
+
+      KivImage owned(width, height, want.channels(), KIV_IMAGE_8U);
+      const unsigned char* ownedBuffer = owned.Data();
+      ASSERT_EQ(lut.LinearSetColorLUT(grey->image, &owned, mapType), LUT_OK);
+      EXPECT_EQ(owned.Data(), ownedBuffer);
+      EXPECT_TRUE(SameImage(want, owned.Mat()));
+
+      KivImage shared(width, height, want.channels(), KIV_IMAGE_8U);
+      const KivImage other = shared;
+      ASSERT_EQ(lut.LinearSetColorLUT(grey->image, &shared, mapType), LUT_OK);
+      EXPECT_NE(shared.Data(), other.Data());
+      EXPECT_EQ(cv::countNonZero(other.Mat().reshape(1)), 0);
+      EXPECT_TRUE(SameImage(want, shared.Mat()));
+    }
+  }
+  // The source's pixels inside the destination's own buffer, at its start or further in.
+  for (int depth : {8, 16}) {
+    for (size_t offset : {0, 2, 500}) {
+      const int width = 37, height = 21;
+      KivImage dst(width, height, 3, KIV_IMAGE_8U);
+      const size_t sampleBytes = depth == 8 ? 1 : 2;
+      const size_t dstBytes = dst.Mat().total() * dst.Mat().elemSize();
+      ASSERT_LE(offset + sampleBytes * width * height, dstBytes);
+      uint8_t* bytes = dst.Mat().data;
+      for (size_t i = 0; i < dstBytes; ++i) bytes[i] = static_cast<uint8_t>(random());
+      KivImage source(bytes + offset, width, height, 1, static_cast<int>(sampleBytes) * width,
+                      depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+      const cv::Mat want = RefLinear(source.Mat().clone(), kJetMap);
+      const uint8_t* buffer = dst.Data();
+      KivLUTSetting lut;
+      ASSERT_EQ(lut.LinearSetColorLUT(source, &dst, kJetMap), LUT_OK);
+      // The old buffer went with the old matrix; `source` is not read again.
+      EXPECT_NE(dst.Data(), buffer);
+      EXPECT_TRUE(SameImage(want, dst.Mat())) << depth << "-bit offset " << offset;
+    }
+  }
+}
+
+// A failing colouring leaves a destination it would have written in place as it was.
+TEST(GreyLinear, ColouringFailureLeavesAnOwnedMatchingDestinationUntouched) {
+  std::mt19937_64 random(43);
+  for (int depth : {8, 16}) {
+    for (int mapType : {0, 3, 8}) {
+      for (const auto& [width, height] : {std::pair<int, int>{33, 31}, {640, 480}}) {
+        auto grey = depth == 8 ? RandomGreyImage<uint8_t>(width, height, 0, random)
+                               : RandomGreyImage<uint16_t>(width, height, 0, random);
+        const cv::Mat want = RefLinear(grey->image.Mat(), mapType);
+        KivImage dst(width, height, want.channels(), KIV_IMAGE_8U);
+        dst.Mat().setTo(cv::Scalar::all(0x77));
+        const uint8_t* buffer = dst.Data();
+        KivLUTSetting lut;
+        {
+          ScopedFault fault(FaultStage::kColouring);
+          EXPECT_EQ(lut.LinearSetColorLUT(grey->image, &dst, mapType), LUT_ERR_ARRAY_APPLY_FAILED);
+        }
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_EQ(cv::countNonZero(dst.Mat().reshape(1) != 0x77), 0);
+        ASSERT_EQ(lut.LinearSetColorLUT(grey->image, &dst, mapType), LUT_OK);
+        EXPECT_EQ(dst.Data(), buffer);
+        EXPECT_TRUE(SameImage(want, dst.Mat()));
+      }
+    }
+  }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Particular results.
 
