@@ -60,37 +60,6 @@ void ForGreyRows(const cv::Mat& grey, RowsOf&& rowsOf) {
       tbb::auto_partitioner());
 }
 
-// The three colour bytes of a padded colour in the low bytes of a 64-bit word, in memory order
-// (the words below are stored little end first, as x86 and most targets store them).
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "colour words are little-endian");
-inline uint64_t ColourWord(const PaddedColour& c) {
-  uint32_t word;
-  std::memcpy(&word, c.data(), sizeof word);
-  return word & 0xFFFFFFu;
-}
-
-inline void StoreWord(uint8_t* at, uint64_t word) { std::memcpy(at, &word, sizeof word); }
-
-// The bytes WriteColours writes, colourOf(0) .. colourOf(n - 1) as 3-byte colours from `out`, with
-// eight colours packed into three 8-byte stores instead of eight 4-byte ones: stores, not loads,
-// bound this loop. Nothing at or past out + 3n is touched.
-template <typename ColourOf>
-void WritePackedColours(int64_t n, ColourOf colourOf, uint8_t* out) {
-  int64_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    const uint64_t c0 = ColourWord(colourOf(i)), c1 = ColourWord(colourOf(i + 1));
-    const uint64_t c2 = ColourWord(colourOf(i + 2)), c3 = ColourWord(colourOf(i + 3));
-    const uint64_t c4 = ColourWord(colourOf(i + 4)), c5 = ColourWord(colourOf(i + 5));
-    const uint64_t c6 = ColourWord(colourOf(i + 6)), c7 = ColourWord(colourOf(i + 7));
-    uint8_t* at = out + 3 * i;
-    StoreWord(at, c0 | c1 << 24 | c2 << 48);
-    StoreWord(at + 8, c2 >> 16 | c3 << 8 | c4 << 32 | c5 << 56);
-    StoreWord(at + 16, c5 >> 8 | c6 << 16 | c7 << 40);
-  }
-  WriteColours(
-      n - i, [&](int64_t k) { return colourOf(i + k); }, out + 3 * i);
-}
-
 // Writes colourOf(v) for every pixel v of the single-channel matrix `grey` into `out`, a matrix of
 // the same size: all three bytes for CV_8UC3, the first alone for CV_8UC1. Each share writes only
 // its own rows. colourOf must not throw and nothing else in the shares does, so once the loop has
@@ -106,7 +75,7 @@ void ColourGreyRows(const cv::Mat& grey, ColourOf colourOf, cv::Mat& out) {
       if (onePlane) {
         for (int x = 0; x < cols; ++x) row[x] = colourOf(in[x])[0];
       } else {
-        WritePackedColours(
+        WriteColours(
             cols, [&](int64_t x) { return colourOf(in[x]); }, row);
       }
     }
