@@ -14,12 +14,11 @@ namespace KIVMV {
 
 void ColourFivePoint(const float* data, int n, const FivePointScale& scale, uint8_t* out) {
   ThrowIfInjected(FaultStage::kColouring);
-  const FastFivePointScale fast(scale);
-  const auto colourRange = [data, out, &fast](int begin, int end) {
-    // A local copy: byte stores may alias the scale, and would force a reload per element.
-    const FastFivePointScale local = fast;
+  const auto colourRange = [data, out, &scale](int begin, int end) {
+    // A local copy: byte stores may alias the caller's, and would force a reload per element.
+    const FivePointScale local = scale;
     for (int i = begin; i < end; ++i) {
-      if (const ColourEntry* colour = local.Colour(data[i])) {
+      if (const ColourEntry* colour = FivePointColour(data[i], local)) {
         std::memcpy(out + 3 * static_cast<size_t>(i), colour->data(), 3);
       }
     }

@@ -75,30 +75,20 @@ void ApplyRescaling(float* data, int n, const ParaRescaling& r, RescaledElements
 
 ParaTotals TotalsOfRange(const float* data, int begin, int end) {
   ParaTotals totals;
-  // Selects instead of branches: the signs of normalised heights change from pixel to pixel near
-  // zero. Adding +0.0 leaves a sum of squares, which is never -0.0, exactly as it was, so every
-  // value can be added to both sums, in index order, and the totals keep their bits.
-  double minimum = totals.minimum, maximum = totals.maximum;
-  double positiveSquares = 0.0, negativeSquares = 0.0;
-  int64_t positiveCount = 0, negativeCount = 0;
   for (int i = begin; i < end; ++i) {
     const float v = data[i];
-    const bool valid = IsParaValid(v);
-    const double x = valid ? static_cast<double>(v) : 0.0;
-    minimum = valid && x < minimum ? x : minimum;
-    maximum = valid && x > maximum ? x : maximum;
-    const double square = x * x;
-    positiveSquares += x > 0.0 ? square : 0.0;
-    negativeSquares += x < 0.0 ? square : 0.0;
-    positiveCount += x > 0.0 ? 1 : 0;
-    negativeCount += x < 0.0 ? 1 : 0;
+    if (!IsParaValid(v)) continue;
+    const double x = static_cast<double>(v);
+    if (x < totals.minimum) totals.minimum = x;
+    if (x > totals.maximum) totals.maximum = x;
+    if (x > 0.0) {
+      totals.positiveSquares += x * x;
+      ++totals.positiveCount;
+    } else if (x < 0.0) {
+      totals.negativeSquares += x * x;
+      ++totals.negativeCount;
+    }
   }
-  totals.minimum = minimum;
-  totals.maximum = maximum;
-  totals.positiveSquares = positiveSquares;
-  totals.negativeSquares = negativeSquares;
-  totals.positiveCount = positiveCount;
-  totals.negativeCount = negativeCount;
   return totals;
 }
 

@@ -50,7 +50,6 @@ constexpr float kMarker = -FLT_MAX;
 constexpr float kFloatNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kFloatInf = std::numeric_limits<float>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 const KivColor kUnder(10, 20, 30);
 const KivColor kOver(200, 210, 220);
@@ -505,72 +504,6 @@ TEST(FivePointScale, ColouringLeavesUnmatchedElementsAlone) {
             Bytes(SelectParaColourTable(1)[702].begin(), SelectParaColourTable(1)[702].end()));
   EXPECT_EQ(Bytes(out.begin() + 9, out.begin() + 12), Bytes(3, 0));
   EXPECT_EQ(Bytes(out.begin() + 12, out.end()), Bytes({220, 210, 200}));
-}
-
-// Values around every place where the entry of the five-point formula changes: each break value,
-// and each step boundary d_k + j / (i_{k+1} - i_k) x (d_{k+1} - d_k), a few floats either side.
-std::vector<float> ValuesNextToEveryStep(const FivePointScale& s) {
-  std::vector<float> values;
-  const auto around = [&values](double centre) {
-    float v = static_cast<float>(centre);
-    for (int k = 0; k < 4; ++k) v = std::nextafter(v, -kFloatInf);
-    for (int k = 0; k < 9; ++k, v = std::nextafter(v, kFloatInf)) values.push_back(v);
-  };
-  for (int k = 0; k < 5; ++k) around(s.value[k]);
-  for (int k = 0; k < 4; ++k) {
-    const int steps = std::abs(s.index[k + 1] - s.index[k]);
-    for (int j = 0; j <= steps; ++j) {
-      around(s.value[k] + (s.value[k + 1] - s.value[k]) * j / std::max(steps, 1));
-    }
-  }
-  return values;
-}
-
-TEST(FivePointScale, FastScaleColoursLikeTheFormula) {
-  std::mt19937 random(41);
-  std::uniform_real_distribution<double> breakValue(-3.0, 3.0);
-  std::uniform_int_distribution<int> index(0, 1023);
-  std::uniform_real_distribution<float> anyValue(-4.0f, 4.0f);
-  std::vector<FivePointScale> scales = {
-      TestScale({-1.0, -0.5, 0.0, 0.5, 1.0}, {0, 127, 511, 895, 1023}),
-      TestScale({0.0, 1.0, 2.0, 2.0, 3.0}, {0, 100, 200, 300, 400}),
-      TestScale({1.0, 1.0, 1.0, 2.0, 3.0}, {0, 100, 200, 300, 400}),
-      TestScale({0.0, 1.0, 2.0, 3.0, 4.0}, {0, 0, 0, 0, 0}),
-      TestScale({0.0, 2.0, 1.0, 3.0, 2.5}, {0, 300, 200, 600, 1023}),  // out of order
-      TestScale({0.0, 0.25, 0.5, 0.75, kInf}, {0, 255, 511, 767, 1023}),
-      TestScale({-kInf, -0.5, 0.0, 0.5, 1.0}, {0, 127, 511, 895, 1023}),
-      TestScale({0.0, kNaN, 0.5, 0.75, 1.0}, {0, 255, 511, 767, 1023}),
-  };
-  for (int r = 0; r < 80; ++r) {
-    // Break values that are floats themselves put some step boundaries exactly on a float, where
-    // the quotient is a whole number and only the division gets it right.
-    Values d;
-    for (double& v : d) v = r < 40 ? breakValue(random) : static_cast<float>(breakValue(random));
-    Indices i;
-    for (int& k : i) k = index(random);
-    if (r % 2 == 0) {
-      std::sort(d.begin(), d.end());
-      std::sort(i.begin(), i.end());
-    }
-    scales.push_back(TestScale(d, i));
-  }
-  const float specials[] = {kMarker,      kFloatNaN,     kFloatInf, -kFloatInf, 0.0f,    -0.0f,
-                            FLT_TRUE_MIN, -FLT_TRUE_MIN, FLT_MIN,   FLT_MAX,    -FLT_MAX};
-  for (const FivePointScale& s : scales) {
-    const FastFivePointScale fast(s);
-    std::vector<float> values = ValuesNextToEveryStep(s);
-    values.insert(values.end(), std::begin(specials), std::end(specials));
-    for (int k = 0; k < 2000; ++k) values.push_back(anyValue(random));
-    for (const float v : values) {
-      const ColourEntry* got = fast.Colour(v);
-      const ColourEntry* want = FivePointColour(v, s);
-      // The fast scale holds its own copy of the under, over and invalid colours.
-      ASSERT_EQ(got == nullptr, want == nullptr) << "v " << v;
-      if (got == nullptr) continue;
-      ASSERT_EQ(*got, *want) << "v " << v << " d " << s.value[0] << " " << s.value[1] << " "
-                             << s.value[2] << " " << s.value[3] << " " << s.value[4];
-    }
-  }
 }
 
 TEST(FivePointScale, ColouringInParallelMatchesTheFormula) {
