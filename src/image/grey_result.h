@@ -75,8 +75,9 @@ void ColourGreyRows(const cv::Mat& grey, ColourOf colourOf, cv::Mat& out) {
       if (onePlane) {
         for (int x = 0; x < cols; ++x) row[x] = colourOf(in[x])[0];
       } else {
+        // By value, so that the colour stores cannot force a reload of `in` per pixel.
         WriteColours(
-            cols, [&](int64_t x) { return colourOf(in[x]); }, row);
+            cols, [in, colourOf](int64_t x) { return colourOf(in[x]); }, row);
       }
     }
   });

@@ -562,11 +562,13 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
           const int count = std::min(kRunBlock, pixels.end() - block);
           const T* const values = data + block;
           lookup.CellsOf(values, count, from, to, cells);
+          // By value, so that the colour stores cannot force reloads of the lookup per pixel.
+          const int32_t* const cellOf = cells;
           WriteColours(
               count,
-              [&](int64_t k) {
+              [values, cellOf, colourOfRun, lookup, range, &s](int64_t k) {
                 const T v = values[k];
-                if (cells[k] >= 0) return colourOfRun[lookup.RunIn(v, cells[k])];
+                if (cellOf[k] >= 0) return colourOfRun[lookup.RunIn(v, cellOf[k])];
                 return Pad(range ? EqualisedRangeColour(v, s, *range) : EqualisedColour(v, s));
               },
               out + 3 * static_cast<size_t>(block));

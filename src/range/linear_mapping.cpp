@@ -599,7 +599,7 @@ void ColourClippedParallel(const ClippedToCut& clipped, int n, float lo, float h
           const int begin = boundaries[c];
           const int end = boundaries[c + 1];
           if (ofPixels) {
-            ColourBlockBySlots(clipped.data + begin, end - begin, false, *lookup,
+            ColourBlockBySlots(clipped.data + begin, end - begin, *lookup,
                                out + 3 * static_cast<size_t>(begin), true);
           } else if (lookup != nullptr) {
             // The clipped values of a block at a time, formed in a loop that vectorises.
@@ -608,8 +608,7 @@ void ColourClippedParallel(const ClippedToCut& clipped, int n, float lo, float h
             for (int start = begin; start < end; start += kBlock) {
               const int length = end - start < kBlock ? end - start : kBlock;
               for (int j = 0; j < length; ++j) values[j] = clipped(start + j);
-              ColourBlockBySlots(values, length, start + length < end, *lookup,
-                                 out + 3 * static_cast<size_t>(start));
+              ColourBlockBySlots(values, length, *lookup, out + 3 * static_cast<size_t>(start));
             }
           } else {
             const ClippedToCut local = clipped;

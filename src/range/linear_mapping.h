@@ -148,33 +148,33 @@ void SlotIndicesNanInvalid(const float* values, int n, float lo, float hi, float
                            int32_t* indices);
 
 // Colours the `count` float values from `values` through the slots into `out`, 3 bytes each: the
-// slots in a loop that vectorises, then the lookups. Each colour but the last is stored as four
-// bytes whose spare byte the next one overwrites; the last as four only when `spareAfter` says
-// the byte after it is ours to overwrite (not where another chunk may be writing).
-inline void ColourBlockBySlots(const float* values, int count, bool spareAfter,
-                               const LinearSlots& slots, uint8_t* out,
-                               bool onlyNanInvalid = false) {
+// slots in a loop that vectorises, then the lookups, written by WriteColours (nothing at or past
+// out + 3 x count is touched).
+inline void ColourBlockBySlots(const float* values, int count, const LinearSlots& slots,
+                               uint8_t* out, bool onlyNanInvalid = false) {
   constexpr int kBlock = 256;
   int32_t indices[kBlock];
   const float lo = slots.lo, hi = slots.hi, scale = slots.scale;
   for (int start = 0; start < count; start += kBlock) {
     const int length = count - start < kBlock ? count - start : kBlock;
-    const float* v = values + start;
+    const float* const v = values + start;
     if (onlyNanInvalid) {
       SlotIndicesNanInvalid(v, length, lo, hi, scale, indices);
     } else {
       LinearSlotIndices(v, length, lo, hi, scale, indices);
     }
-    uint8_t* pixel = out + 3 * static_cast<size_t>(start);
-    const int stores = start + length == count && !spareAfter ? length - 1 : length;
-    for (int j = 0; j < stores; ++j) {
-      const uint32_t c = LinearSlotColour(v[j], indices[j], slots);
-      std::memcpy(pixel + 3 * j, &c, 4);
-    }
-    if (stores != length) {
-      const uint32_t last = LinearSlotColour(v[length - 1], indices[length - 1], slots);
-      std::memcpy(pixel + 3 * (length - 1), &last, 3);
-    }
+    // By value, so that the colour stores cannot force a reload of the pointers per pixel.
+    const int32_t* const index = indices;
+    const LinearSlots* const lookup = &slots;
+    WriteColours(
+        length,
+        [v, index, lookup](int64_t j) {
+          const uint32_t word = LinearSlotColour(v[j], index[j], *lookup);
+          PaddedColour colour;
+          std::memcpy(colour.data(), &word, sizeof word);
+          return colour;
+        },
+        out + 3 * static_cast<size_t>(start));
   }
 }
 
@@ -229,7 +229,7 @@ class LUT3DArrayParallelBody {
         ColourByValue(data_, begin, end, valueColours_, out_);
       } else if (slots_ != nullptr) {
         if constexpr (std::is_same_v<T, float>) {
-          ColourBlockBySlots(data_ + begin, end - begin, false, *slots_,
+          ColourBlockBySlots(data_ + begin, end - begin, *slots_,
                              out_ + 3 * static_cast<size_t>(begin));
         }
       } else {

@@ -66,8 +66,11 @@ std::vector<PaddedColour> TabulateValueColours(ColourOf&& colourOf) {
 // Colours pixels begin..end-1 by lookup; nothing is written past pixel end - 1.
 template <typename T>
 void ColourByValue(const T* data, int begin, int end, const PaddedColour* colours, uint8_t* out) {
+  // Captured by value: the colour stores may alias anything the lambda refers to, and would force
+  // a reload of the pointers per pixel.
+  const T* const first = data + begin;
   WriteColours(
-      end - begin, [&](int64_t i) { return colours[ValueColourIndex(data[begin + i])]; },
+      end - begin, [first, colours](int64_t i) { return colours[ValueColourIndex(first[i])]; },
       out + 3 * static_cast<size_t>(begin));
 }
 

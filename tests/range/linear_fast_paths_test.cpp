@@ -159,7 +159,7 @@ void ExpectSlotsMatch(const std::vector<float>& values, const LinearSlots& slots
                       float hi, const ColourTable& table) {
   const size_t n = values.size();
   std::vector<uint8_t> out(3 * n + 1, 0xA5);
-  ColourBlockBySlots(values.data(), static_cast<int>(n), false, slots, out.data());
+  ColourBlockBySlots(values.data(), static_cast<int>(n), slots, out.data());
   size_t failures = 0;
   for (size_t i = 0; i < n; ++i) {
     const ColourEntry expected = RefColour(values[i], lo, hi, table);
