@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cfloat>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -181,10 +182,18 @@ inline void ColourBlockBySlots(const float* values, int count, const LinearSlots
 // Below this many pixels building the slots costs more than the divisions it saves.
 inline constexpr int kLinearSlotsMinPixels = 1 << 16;
 
-// LinearColour for every raw value of an 8- or 16-bit type.
+// LinearColour for every raw value of an 8- or 16-bit type. With finite bounds lo <= hi and a
+// finite span, the entry never falls as the value rises: 0 below lo, then the truncation of a
+// product that every rounding step keeps in order (float difference, exact product by 255,
+// division by the fixed span), raised from 0 to 1, then 255 above hi. So it is tabulated run by
+// run; other bounds are evaluated value by value.
 template <typename T>
 std::vector<PaddedColour> BuildValueColours(float lo, float hi, const ColourTable& table,
                                             const ColourEntry& invalid) {
+  if (std::isfinite(lo) && std::isfinite(hi) && lo <= hi && std::isfinite(hi - lo)) {
+    return TabulateMonotoneValueColours<T>(
+        [lo, hi](T v) { return LinearEntry(static_cast<float>(v), lo, hi); }, table, invalid);
+  }
   return TabulateValueColours<T>(
       [&](T v) -> const ColourEntry& { return LinearColour(v, lo, hi, table, invalid); });
 }

@@ -13,6 +13,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "range/linear_mapping.h"
@@ -254,6 +255,46 @@ TEST(LinearFastPaths, ParallelFloatColouringMatchesReference) {
 }
 
 // FindMinMax of float pixels against the one-at-a-time loop, bit for bit (so which zero).
+// Every raw value of an 8- or 16-bit type against the reference: the marker (the lowest value)
+// takes the invalid colour, every other value the entry of its float.
+template <typename T>
+void ExpectValueColoursEqualTheReference(float lo, float hi, const ColourTable& table) {
+  const std::vector<PaddedColour> colours = BuildValueColours<T>(lo, hi, table, kInvalid);
+  const int lowest = std::numeric_limits<T>::min();
+  const int highest = std::numeric_limits<T>::max();
+  ASSERT_EQ(colours.size(), static_cast<size_t>(highest - lowest + 1));
+  for (int value = lowest; value <= highest; ++value) {
+    const ColourEntry want =
+        value == lowest ? kInvalid : table[RefEntry(static_cast<float>(value), lo, hi)];
+    const PaddedColour& got = colours[static_cast<size_t>(value - lowest)];
+    ASSERT_TRUE(got[0] == want[0] && got[1] == want[1] && got[2] == want[2])
+        << "value " << value << " lo " << lo << " hi " << hi;
+  }
+}
+
+TEST(LinearFastPaths, ValueColoursOfEveryRawValueEqualTheReference) {
+  const ColourTable table = DistinctTable();
+  std::vector<std::pair<float, float>> bounds = {
+      {0.0f, 65535.0f},    {1.0f, 2.0f},         {100.0f, 100.0f},       {-40000.0f, 40000.0f},
+      {0.5f, 254.5f},      {-128.0f, 127.0f},    {3.0f, 3.0000002f},     {-1e30f, 1e30f},
+      {-FLT_MAX, FLT_MAX}, {70000.0f, 80000.0f}, {-90000.0f, -70000.0f}, {10.0f, 1.0f},
+      {-kInf, 100.0f},     {0.0f, kInf},         {kNaN, 10.0f},          {0.0f, kNaN},
+      {-0.0f, 0.0f},       {9000.0f, 12000.0f},  {FLT_TRUE_MIN, 1.0f}};
+  std::mt19937 random(29);
+  std::uniform_real_distribution<float> anywhere(-70000.0f, 70000.0f);
+  std::uniform_real_distribution<float> width(0.0f, 3000.0f);
+  for (int k = 0; k < 40; ++k) {
+    const float lo = anywhere(random);
+    bounds.emplace_back(lo, lo + (k % 4 == 0 ? width(random) / 1000.0f : width(random)));
+  }
+  for (const auto& [lo, hi] : bounds) {
+    ExpectValueColoursEqualTheReference<uint8_t>(lo, hi, table);
+    ExpectValueColoursEqualTheReference<int8_t>(lo, hi, table);
+    ExpectValueColoursEqualTheReference<uint16_t>(lo, hi, table);
+    ExpectValueColoursEqualTheReference<int16_t>(lo, hi, table);
+  }
+}
+
 TEST(LinearFastPaths, FloatExtremesEqualTheSerialLoop) {
   std::mt19937_64 random(7170);
   const float special[] = {kNaN,  -FLT_MAX, kInf,    -kInf,   0.0f,
