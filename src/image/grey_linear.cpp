@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KivLUTStatus.h"
+#include "common/monotone_runs.h"
 #include "common/numeric_helpers.h"
 #include "common/stage_status.h"
 #include "image/grey_image_checks.h"
@@ -60,31 +61,14 @@ constexpr int kDividedSpan = 4 * kColourTableSize;
 // few divisions as there are runs of values with one index, times a few. Between the extremes the
 // index never falls as the value rises: the difference to the minimum, its quotient by the fixed
 // width and the product with 255 are each rounded monotonically, and so is the truncation of a
-// product in [0, 255]. So each run ends where the index first changes, found by doubling the step
-// and then halving the gap.
+// product in [0, 255]. So the values are coloured run by run.
 void FillStretchedRuns(int lowest, int highest, double minimum, double maximum,
                        const ColourTable& table, PaddedColour* colourOf) {
-  int v = lowest;
-  while (v <= highest) {
-    const uint8_t index = StretchedIndex(v, minimum, maximum);
-    int last = v;  // the run holds v..last
-    int step = 1;
-    while (last + step <= highest && StretchedIndex(last + step, minimum, maximum) == index) {
-      last += step;
-      step *= 2;
-    }
-    int beyond = std::min(last + step, highest + 1);  // the first value known or taken to be past
-    while (beyond - last > 1) {
-      const int middle = last + (beyond - last) / 2;
-      if (StretchedIndex(middle, minimum, maximum) == index) {
-        last = middle;
-      } else {
-        beyond = middle;
-      }
-    }
-    std::fill(colourOf + (v - lowest), colourOf + (last - lowest + 1), Pad(table[index]));
-    v = last + 1;
-  }
+  ForEachMonotoneRun(
+      lowest, highest, [&](int v) { return StretchedIndex(v, minimum, maximum); },
+      [&](int v, int last, uint8_t index) {
+        std::fill(colourOf + (v - lowest), colourOf + (last - lowest + 1), Pad(table[index]));
+      });
 }
 
 // The minimum and maximum of a non-empty 16-bit image, as cv::minMaxLoc gives them, in one parallel

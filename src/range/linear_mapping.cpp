@@ -105,16 +105,19 @@ template ValueStatistics<int8_t> FindMinMaxOfRawValues(const int8_t*, int);
 template ValueStatistics<uint16_t> FindMinMaxOfRawValues(const uint16_t*, int);
 template ValueStatistics<int16_t> FindMinMaxOfRawValues(const int16_t*, int);
 
+FractionPositions PositionsOfCuts(int64_t count, double upperFraction, double lowerFraction) {
+  const int64_t low = numeric::TruncateToInt64(static_cast<double>(count) * lowerFraction);
+  const int64_t high = numeric::TruncateToInt64((1.0 - upperFraction) * static_cast<double>(count));
+  // Fractions outside [0, 1] never get here; the clamps keep the selection inside the values.
+  const int64_t lowInside = std::clamp<int64_t>(low, 0, count - 1);
+  return {lowInside, std::clamp<int64_t>(high, lowInside, count - 1)};
+}
+
 FractionCut CutAtFractions(std::vector<float>& values, double upperFraction, double lowerFraction) {
   FractionCut cut{0.0f, 0.0f};
   const int64_t count = static_cast<int64_t>(values.size());
   if (count > 0) {
-    int64_t lowIndex = numeric::TruncateToInt64(static_cast<double>(count) * lowerFraction);
-    int64_t highIndex =
-        numeric::TruncateToInt64((1.0 - upperFraction) * static_cast<double>(count));
-    // Fractions outside [0, 1] never get here; the clamps keep the selection inside the values.
-    lowIndex = std::clamp<int64_t>(lowIndex, 0, count - 1);
-    highIndex = std::clamp<int64_t>(highIndex, lowIndex, count - 1);
+    const auto [lowIndex, highIndex] = PositionsOfCuts(count, upperFraction, lowerFraction);
     const auto low = values.begin() + lowIndex;
     std::nth_element(values.begin(), low, values.end());
     cut.lowValue = *low;
@@ -461,12 +464,7 @@ FloatFractionCut CutFloatPixelsAtFractions(const float* data, int n, double uppe
   result.highest = upper.highest;
   const int64_t count = static_cast<int64_t>(n) - upper.counts[kKeyHalfCount];
   if (count > 0) {
-    // The same positions as CutAtFractions.
-    int64_t lowIndex = numeric::TruncateToInt64(static_cast<double>(count) * lowerFraction);
-    int64_t highIndex =
-        numeric::TruncateToInt64((1.0 - upperFraction) * static_cast<double>(count));
-    lowIndex = std::clamp<int64_t>(lowIndex, 0, count - 1);
-    highIndex = std::clamp<int64_t>(highIndex, lowIndex, count - 1);
+    const auto [lowIndex, highIndex] = PositionsOfCuts(count, upperFraction, lowerFraction);
     const auto [lowBucket, lowRank] = FindPosition(upper.counts.data(), lowIndex);
     const auto [highBucket, highRank] = FindPosition(upper.counts.data(), highIndex);
     upper.counts = std::vector<uint32_t>();

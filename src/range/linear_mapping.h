@@ -312,6 +312,15 @@ struct FractionCut {
   float highValue;
 };
 
+// The sorted positions of the two cuts among `count` > 0 values: trunc(count x lowerFraction) and
+// trunc((1 - upperFraction) x count), clamped so that both lie inside the values and the upper is
+// not below the lower.
+struct FractionPositions {
+  int64_t low;
+  int64_t high;
+};
+FractionPositions PositionsOfCuts(int64_t count, double upperFraction, double lowerFraction);
+
 // The values at sorted positions trunc(N x lowerFraction) and trunc((1 - upperFraction) x N) of
 // the N values (both at most N - 1, the upper not below the lower), found by partial selection,
 // which reorders `values`. Equal cuts are moved apart by 1e-6; no values at all cut at 0.

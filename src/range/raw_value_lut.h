@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "common/load_time_config.h"
+#include "common/monotone_runs.h"
 #include "tables/colour_tables.h"
 #include "tables/padded_colour.h"
 
@@ -65,9 +66,8 @@ std::vector<PaddedColour> TabulateValueColours(ColourOf&& colourOf) {
 }
 
 // TabulateValueColours for a rule whose table entry, entryOf(v), never falls as the value rises
-// from the lowest valid value (one above the marker) to the highest; the marker takes `invalid`.
-// Each run of one entry is found by doubling the step and halving the gap, so the rule is
-// evaluated a few times per run instead of once per value.
+// from the lowest valid value (one above the marker) to the highest, run by run; the marker takes
+// `invalid`.
 template <typename T, typename EntryOf>
 std::vector<PaddedColour> TabulateMonotoneValueColours(EntryOf&& entryOf, const ColourTable& table,
                                                        const ColourEntry& invalid) {
@@ -76,29 +76,12 @@ std::vector<PaddedColour> TabulateMonotoneValueColours(EntryOf&& entryOf, const 
   constexpr int kHighest = std::numeric_limits<T>::max();
   std::vector<PaddedColour> colours(static_cast<size_t>(kHighest - kLowest + 1));
   colours[0] = Pad(invalid);
-  const auto entryAt = [&entryOf](int value) { return entryOf(static_cast<T>(value)); };
-  int v = kLowest + 1;
-  while (v <= kHighest) {
-    const int entry = entryAt(v);
-    int last = v;  // the run holds v..last
-    int step = 1;
-    while (last + step <= kHighest && entryAt(last + step) == entry) {
-      last += step;
-      step *= 2;
-    }
-    int beyond = std::min(last + step, kHighest + 1);  // the first value known or taken to be past
-    while (beyond - last > 1) {
-      const int middle = last + (beyond - last) / 2;
-      if (entryAt(middle) == entry) {
-        last = middle;
-      } else {
-        beyond = middle;
-      }
-    }
-    std::fill(colours.begin() + (v - kLowest), colours.begin() + (last - kLowest + 1),
-              Pad(table[static_cast<size_t>(entry)]));
-    v = last + 1;
-  }
+  ForEachMonotoneRun(
+      kLowest + 1, kHighest, [&entryOf](int value) { return entryOf(static_cast<T>(value)); },
+      [&](int v, int last, int entry) {
+        std::fill(colours.begin() + (v - kLowest), colours.begin() + (last - kLowest + 1),
+                  Pad(table[static_cast<size_t>(entry)]));
+      });
   return colours;
 }
 
