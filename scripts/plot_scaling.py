@@ -4,39 +4,34 @@ JSON of scripts/bench_ratios.sh runs with one worker count each.
 
     plot_scaling.py OUT.png WORKERS=RESULTS.json [WORKERS=RESULTS.json ...]
 """
-import json
 import sys
 
 import matplotlib
 
+import bench_ratios  # the medians of a run, read as the ratio table reads them
+
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt  # noqa: E402  (the backend is chosen first)
 
-UNITS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
 # Library cases and the OpenCV path each is compared with, in the colours of the plot.
 SERIES = [
     ("F32_LinearColorMapLUT_B_Bounds", "linear, float heights", "tab:blue", "-"),
-    ("Anchor_NormalizeApplyColorMap_F32", "OpenCV normalize + applyColorMap", "tab:blue", ":"),
+    ("NormalizeApplyColorMap_F32", "OpenCV normalize + applyColorMap", "tab:blue", ":"),
     ("F32_ColorMapLUT_DataRange", "equalised, float heights", "tab:red", "-"),
-    ("Anchor_NormalizeEqualizeApplyColorMap_F32",
+    ("NormalizeEqualizeApplyColorMap_F32",
      "OpenCV normalize + equalizeHist + applyColorMap", "tab:red", ":"),
     ("U16_LinearColorMapLUT_B_Bounds", "linear, 16-bit heights", "tab:green", "-"),
-    ("Anchor_NormalizeApplyColorMap_U16", "OpenCV normalize + applyColorMap, 16-bit", "tab:green",
+    ("NormalizeApplyColorMap_U16", "OpenCV normalize + applyColorMap, 16-bit", "tab:green",
      ":"),
 ]
 
 
-def medians(path):
-    with open(path, encoding="utf-8") as handle:
-        data = json.load(handle)
+def points_of(path):
+    """{case: [(megapixels, ns per pixel), ...]} of one run."""
     points = {}
-    for bench in data["benchmarks"]:
-        if bench.get("aggregate_name", "median") != "median" or bench.get("error_occurred"):
-            continue
-        name, width, height = bench["run_name"].split("/")[:3]
-        pixels = int(width) * int(height)
-        ns_per_pixel = bench["real_time"] * UNITS[bench["time_unit"]] * 1e6 / pixels
-        points.setdefault(name.removeprefix("BM_"), []).append((pixels / 1e6, ns_per_pixel))
+    for (name, width, height), ms in bench_ratios.load(path)[0].items():
+        pixels = width * height
+        points.setdefault(name, []).append((pixels / 1e6, ms * 1e6 / pixels))
     return points
 
 
@@ -49,7 +44,7 @@ def main():
     figure, axes = plt.subplots(1, len(runs), figsize=(6 * len(runs), 4.5), sharey=True,
                                 squeeze=False)
     for axis, (workers, path) in zip(axes[0], runs):
-        points = medians(path)
+        points = points_of(path)
         for case, label, colour, style in SERIES:
             if case not in points:
                 continue

@@ -608,15 +608,10 @@ TEST(GreyBanded, DestinationOverlappingTheSourceIsNotWrittenInPlace) {
   for (int depth : {8, 16}) {
     for (int mapType : {5, 7}) {
       for (size_t offset : {0, 2, 500}) {
-        const int width = 37, height = 21;
-        KivImage dst(width, height, 3, KIV_IMAGE_8U);
-        const size_t sampleBytes = depth == 8 ? 1 : 2;
-        const size_t dstBytes = dst.Mat().total() * dst.Mat().elemSize();
-        ASSERT_LE(offset + sampleBytes * width * height, dstBytes);
-        uint8_t* bytes = dst.Mat().data;
-        for (size_t i = 0; i < dstBytes; ++i) bytes[i] = static_cast<uint8_t>(random());
-        KivImage source(bytes + offset, width, height, 1, static_cast<int>(sampleBytes) * width,
-                        depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+        const auto inside = testing_support::MakeSourceInsideDestination(depth, offset, random);
+        ASSERT_NE(inside, nullptr);
+        KivImage& dst = inside->destination;
+        KivImage& source = inside->source;
         Request q;
         q.mapType = mapType;
         q.low = 30;

@@ -636,15 +636,10 @@ TEST(GreyEqualised, DestinationOverlappingTheSourceIsNotWrittenInPlace) {
       // Pixels at the start of the destination's bytes, or some way into them (even offsets keep
       // 16-bit samples aligned).
       for (size_t offset : {0, 2, 500}) {
-        const int width = 37, height = 21;
-        KivImage dst(width, height, 3, KIV_IMAGE_8U);
-        const size_t sampleBytes = depth == 8 ? 1 : 2;
-        const size_t dstBytes = dst.Mat().total() * dst.Mat().elemSize();
-        ASSERT_LE(offset + sampleBytes * width * height, dstBytes);
-        uint8_t* bytes = dst.Mat().data;
-        for (size_t i = 0; i < dstBytes; ++i) bytes[i] = static_cast<uint8_t>(random());
-        KivImage source(bytes + offset, width, height, 1, static_cast<int>(sampleBytes) * width,
-                        depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+        const auto inside = testing_support::MakeSourceInsideDestination(depth, offset, random);
+        ASSERT_NE(inside, nullptr);
+        KivImage& dst = inside->destination;
+        KivImage& source = inside->source;
         const cv::Mat want = ReferenceEqualised(source.Mat().clone(), mapType);
         const uint8_t* buffer = dst.Data();
         KivLUTSetting lut;

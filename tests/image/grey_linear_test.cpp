@@ -334,15 +334,10 @@ TEST(GreyLinear, SixteenBitDestinationBufferIsReusedOnlyWhenItsOwnAlone) {
   // The source's pixels inside the destination's own buffer, at its start or further in.
   for (int depth : {8, 16}) {
     for (size_t offset : {0, 2, 500}) {
-      const int width = 37, height = 21;
-      KivImage dst(width, height, 3, KIV_IMAGE_8U);
-      const size_t sampleBytes = depth == 8 ? 1 : 2;
-      const size_t dstBytes = dst.Mat().total() * dst.Mat().elemSize();
-      ASSERT_LE(offset + sampleBytes * width * height, dstBytes);
-      uint8_t* bytes = dst.Mat().data;
-      for (size_t i = 0; i < dstBytes; ++i) bytes[i] = static_cast<uint8_t>(random());
-      KivImage source(bytes + offset, width, height, 1, static_cast<int>(sampleBytes) * width,
-                      depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+      const auto inside = testing_support::MakeSourceInsideDestination(depth, offset, random);
+      ASSERT_NE(inside, nullptr);
+      KivImage& dst = inside->destination;
+      KivImage& source = inside->source;
       const cv::Mat want = RefLinear(source.Mat().clone(), kJetMap);
       const uint8_t* buffer = dst.Data();
       KivLUTSetting lut;

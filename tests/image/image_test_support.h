@@ -21,6 +21,29 @@ inline std::vector<std::pair<int, int>> GreyImageSizes() {
   return {{1, 1}, {1, 9}, {13, 1}, {7, 5}, {33, 31}, {640, 480}};
 }
 
+// A 37 x 21 colour destination of random bytes and a grey source of `depth` bits whose pixels are
+// the destination's own bytes from `offset` on: a source that the colouring must read before it
+// writes anything. Returned in a unique_ptr so that the source's pointer stays valid.
+struct SourceInsideDestination {
+  KivImage destination;
+  KivImage source;
+};
+
+inline std::unique_ptr<SourceInsideDestination> MakeSourceInsideDestination(
+    int depth, size_t offset, std::mt19937_64& random) {
+  constexpr int kWidth = 37, kHeight = 21;
+  auto made = std::make_unique<SourceInsideDestination>();
+  made->destination = KivImage(kWidth, kHeight, 3, KIV_IMAGE_8U);
+  const size_t sampleBytes = depth == 8 ? 1 : 2;
+  const size_t bytes = made->destination.Mat().total() * made->destination.Mat().elemSize();
+  if (offset + sampleBytes * kWidth * kHeight > bytes) return nullptr;
+  uint8_t* data = made->destination.Mat().data;
+  for (size_t i = 0; i < bytes; ++i) data[i] = static_cast<uint8_t>(random());
+  made->source = KivImage(data + offset, kWidth, kHeight, 1, static_cast<int>(sampleBytes) * kWidth,
+                          depth == 8 ? KIV_IMAGE_8U : KIV_IMAGE_16U);
+  return made;
+}
+
 // A grey image that owns its pixels or, with padding > 0, wraps `buffer` (kept alive by the
 // caller) whose rows are `padding` bytes longer than the pixels. Values are spread over the whole
 // range with clusters, zeros and the maximum, so histograms have crowded and empty bins.
