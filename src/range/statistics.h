@@ -92,48 +92,11 @@ inline void MergeFloatExtremes(size_t begin, size_t end, Value&& f, IsValid&& is
   if (rangeHigh > maximum) maximum = rangeHigh;
 }
 
-// MergeFloatExtremes over the valid pixels data[begin..end-1], four at a time in vector
-// registers: the comparisons are the same per lane, so the result is too.
+// MergeFloatExtremes over the valid pixels data[begin..end-1].
 inline void MergeValidFloatExtremes(const float* data, size_t begin, size_t end, float& minimum,
                                     float& maximum) {
-#if defined(__GNUC__) && !defined(__clang__)
-  typedef float Floats __attribute__((vector_size(16)));
-  typedef int32_t Masks __attribute__((vector_size(16)));
-  Floats low = {FLT_MAX, FLT_MAX, FLT_MAX, FLT_MAX};
-  Floats high = {-FLT_MAX, -FLT_MAX, -FLT_MAX, -FLT_MAX};
-  size_t i = begin;
-  for (; i + 4 <= end; i += 4) {
-    Floats v;
-    std::memcpy(&v, data + i, sizeof v);
-    const Masks valid = (v > -FLT_MAX) & (v <= FLT_MAX);
-    const Floats a = valid ? v : FLT_MAX;
-    const Floats b = valid ? v : -FLT_MAX;
-    low = a < low ? a : low;
-    high = b > high ? b : high;
-  }
-  float rangeLow = FLT_MAX, rangeHigh = -FLT_MAX;
-  for (int l = 0; l < 4; ++l) {
-    if (low[l] < rangeLow) rangeLow = low[l];
-    if (high[l] > rangeHigh) rangeHigh = high[l];
-  }
-  for (; i < end; ++i) {
-    if (IsValidFloatPixel(data[i])) UpdateExtremes(data[i], rangeLow, rangeHigh);
-  }
-  if (rangeLow == 0.0f || rangeHigh == 0.0f) {
-    for (size_t k = begin; k < end; ++k) {
-      if (data[k] == 0.0f) {
-        if (rangeLow == 0.0f) rangeLow = data[k];
-        if (rangeHigh == 0.0f) rangeHigh = data[k];
-        break;
-      }
-    }
-  }
-  if (rangeLow < minimum) minimum = rangeLow;
-  if (rangeHigh > maximum) maximum = rangeHigh;
-#else
   MergeFloatExtremes(
       begin, end, [data](size_t i) { return data[i]; }, IsValidFloatPixel, minimum, maximum);
-#endif
 }
 
 template <typename T>
