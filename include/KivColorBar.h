@@ -5,10 +5,9 @@
 // Labels are ASCII in OpenCV's Hershey font: write "um" for micrometres.
 #pragma once
 
+#include <opencv2/core.hpp>
 #include <optional>
 #include <string>
-
-#include <opencv2/core.hpp>
 
 #include "KivColorTable.h"
 #include "KivColoring.h"
@@ -18,12 +17,12 @@
 namespace KIVMV {
 
 struct KivColorBarOptions {
-  bool vertical = true;    // low values at the bottom; horizontal: low values on the left
-  int length = 256;        // pixels along the scale (the colours alone, caps excluded), 16..8192
-  int thickness = 20;      // pixels across the colours, 4..512
-  std::string unit = "mm"; // written after the labels; may be empty
-  int ticks = 5;           // about this many labelled ticks at round values, 2..20
-  bool endCaps = true;     // below/above caps, drawn when the colouring used such colours
+  bool vertical = true;     // low values at the bottom; horizontal: low values on the left
+  int length = 256;         // pixels along the scale (the colours alone, caps excluded), 16..8192
+  int thickness = 20;       // pixels across the colours, 4..512
+  std::string unit = "mm";  // written after the labels; may be empty
+  int ticks = 5;            // about this many labelled ticks at round values, 2..20
+  bool endCaps = true;      // below/above caps, drawn when the colouring used such colours
   std::optional<KivRgb> belowColor;  // the caps' colours; unset: the table's first and last entry
   std::optional<KivRgb> aboveColor;
   KivRgb textColor{0, 0, 0};
@@ -32,8 +31,8 @@ struct KivColorBarOptions {
 };
 
 // A colour bar for a colouring: a CV_8UC3 (BGR) image, sized to hold the bar, caps, ticks and
-// labels. KIV_EXT_ERR_NO_SCALE when the info has no scale (no valid value), KIV_EXT_ERR_BAR_GEOMETRY
-// for sizes outside their ranges.
+// labels. KIV_EXT_ERR_NO_SCALE when the info has no scale (no valid value),
+// KIV_EXT_ERR_BAR_GEOMETRY for sizes outside their ranges.
 KIVLUT_API long KivDrawColorBar(const KivColorTable& table, const KivColoringInfo& info,
                                 const KivColorBarOptions& options, cv::Mat* out);
 

@@ -47,7 +47,7 @@ enum class KivBoundsSource {
 struct KivColoringOptions {
   KivColoringMode mode = KivColoringMode::kLinear;
   KivBoundsSource bounds = KivBoundsSource::kMeasured;
-  double low = 0.0;  // kGiven: heights in the image's physical units (raw x ResolutionZ after
+  double low = 0.0;   // kGiven: heights in the image's physical units (raw x ResolutionZ after
   double high = 0.0;  // OffsetZ for integer pixels, as KivLUTSetting takes bounds)
   double lowPercentile = 1.0;    // kPercentile, 0..100
   double highPercentile = 99.0;  // kPercentile, 0..100, not below lowPercentile
@@ -55,7 +55,7 @@ struct KivColoringOptions {
   std::optional<KivRgb> noDataColor;
   std::optional<KivRgb> belowColor;
   std::optional<KivRgb> aboveColor;
-  int channels = 3;  // 3: BGR; 4: BGRA, alpha 0 on no-data and 255 elsewhere
+  int channels = 3;               // 3: BGR; 4: BGRA, alpha 0 on no-data and 255 elsewhere
   bool greyZeroIsNoData = false;  // grey images: treat the value 0 as no-data
 };
 
