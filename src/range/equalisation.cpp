@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "common/cpu_features.h"
 #include "common/load_time_config.h"
 #include "common/numeric_helpers.h"
 #include "common/pixel_rules.h"
@@ -20,6 +21,10 @@
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
 #include "tables/padded_colour.h"
+
+#if KIVLUT_HAS_AVX2_PATHS
+#include <immintrin.h>
+#endif
 
 namespace KIVMV {
 
@@ -317,15 +322,17 @@ class RunIndex {
   };
 
  public:
+  // What CellsOrSidesOf writes for values outside the domain.
+  static constexpr int32_t kOutside = -1;
+  static constexpr int32_t kBelowDomain = -2;
+  static constexpr int32_t kAboveDomain = -3;
+
   RunIndex(const ValueRuns<T>& runs, T first, T last, int cells) : starts_(runs.starts.data()) {
-    // The cell of v is (v - first) * scale truncated, with everything from cells on in the last;
-    // a monotone function of v whatever the rounding, so a cell's run starts are consecutive.
-    const double span = static_cast<double>(last) - static_cast<double>(first);
-    scale_ = span > 0.0 ? static_cast<Calc>(cells / span) : Calc{0};
-    if (!(scale_ > Calc{0}) || !std::isfinite(scale_)) scale_ = Calc{0};
-    first_ = static_cast<Calc>(first);
+    const View grid = Grid(first, last, cells);
+    scale_ = grid.scale;
+    first_ = grid.first;
     cells_ = cells;
-    cellLimit_ = static_cast<Calc>(cells);
+    cellLimit_ = grid.cellLimit;
     cell_.resize(static_cast<size_t>(cells));
     crowdedCount_.assign(static_cast<size_t>(cells), 0);
     size_t j = 0;
@@ -375,6 +382,20 @@ class RunIndex {
       }
     }
 
+    // Like CellsOf, but a value outside [from, to] is told by its side: kBelowDomain for one in
+    // [lowestValid, from), kAboveDomain for one in (to, highestValid], kOutside for the rest.
+    void CellsOrSidesOf(const T* values, int count, T from, T to, T lowestValid, T highestValid,
+                        int32_t* cells) const {
+      for (int k = 0; k < count; ++k) {
+        const T v = values[k];
+        const int c = Cell(v);
+        const int32_t side = v < from && v >= lowestValid  ? kBelowDomain
+                             : v > to && v <= highestValid ? kAboveDomain
+                                                           : kOutside;
+        cells[k] = v >= from && v <= to ? c : side;
+      }
+    }
+
     // The run of a value of the domain in its cell c.
     int RunIn(T v, int c) const {
       const Entry e = static_cast<const Entry*>(cells)[c];
@@ -390,11 +411,29 @@ class RunIndex {
     int RunOf(T v) const { return RunIn(v, Cell(v)); }
   };
 
+  // The cells alone, without runs: View::Cell works, nothing else does.
+  static View Grid(T first, T last, int cells) {
+    // The cell of v is (v - first) * scale truncated, with everything from cells on in the last;
+    // a monotone function of v whatever the rounding, so a cell's run starts are consecutive.
+    const double span = static_cast<double>(last) - static_cast<double>(first);
+    Calc scale = span > 0.0 ? static_cast<Calc>(cells / span) : Calc{0};
+    if (!(scale > Calc{0}) || !std::isfinite(scale)) scale = Calc{0};
+    return {nullptr, nullptr, nullptr, static_cast<Calc>(first), scale, static_cast<Calc>(cells),
+            cells};
+  }
+
   View view() const {
     return {starts_, cell_.data(), crowdedCount_.data(), first_, scale_, cellLimit_, cells_};
   }
 
   int Cell(T v) const { return view().Cell(v); }
+
+  // Cell c: the run of its first value, whether several runs start inside it, and where its
+  // second run starts when only one does (+infinity when none does).
+  int CellCount() const { return cells_; }
+  uint32_t FirstRunOf(int c) const { return cell_[static_cast<size_t>(c)].first & ~kCrowded; }
+  bool IsCrowded(int c) const { return (cell_[static_cast<size_t>(c)].first & kCrowded) != 0; }
+  Calc SecondRunStart(int c) const { return cell_[static_cast<size_t>(c)].threshold; }
 
  private:
   const T* starts_;
@@ -438,6 +477,89 @@ template <typename T>
 typename OrderedCode<T>::Code EndFiniteCode() {
   return OrderedCode<T>::Of(std::numeric_limits<T>::max()) + 1;
 }
+
+#if KIVLUT_HAS_AVX2_PATHS
+// Float pixels coloured by runs eight at a time. Per cell one colour word, that of its only run,
+// or kScalarColour when a run starts inside it: one gather colours a pixel, and the few pixels of
+// cells with a run start go through RunIndex. The cell is RunIndex's own float arithmetic, so
+// every lane agrees with it.
+// Marks a colour word that the scalar loop must find: colour words use the low three bytes only.
+constexpr uint32_t kScalarColour = 0x80000000u;
+
+constexpr int kFineColourCells = 1 << 15;
+
+inline uint32_t ColourWord32(const PaddedColour& c) { return static_cast<uint32_t>(ColourWord(c)); }
+
+std::vector<uint32_t> ColourWordsOfCells(const RunIndex<float>::View& grid,
+                                         const ValueRuns<float>& runs,
+                                         const std::vector<PaddedColour>& runColours) {
+  std::vector<uint32_t> words(static_cast<size_t>(grid.cellCount));
+  const std::vector<float>& starts = runs.starts;
+  size_t j = 0;
+  for (int c = 0; c < grid.cellCount; ++c) {
+    // The starts below the cell's values are the j0 before it, so its first value is in run j0.
+    const size_t j0 = j;
+    while (j < starts.size() && grid.Cell(starts[j]) == c) ++j;
+    words[static_cast<size_t>(c)] = j > j0 ? kScalarColour : ColourWord32(runColours[j0]);
+  }
+  return words;
+}
+
+// Colours of values[0..count) as 3-byte colours from `out`, eight at a time: from the cell tables
+// inside [from, to], `below` for valid values under it, `above` over it. The lanes that the scalar
+// loop must colour (cells where a run starts, invalid values) are left unwritten and marked in
+// scalarLanes, one bit per lane and one byte per group of eight; a last group of fewer than eight
+// is not touched at all. Exactly 24 bytes are stored per group.
+__attribute__((target("avx2"))) void FloatRunColoursAvx2(
+    const float* values, int count, const RunIndex<float>::View& lookup,
+    const uint32_t* cellColours, float from, float to, float lowestValid, float highestValid,
+    uint32_t below, uint32_t above, uint8_t* out, uint8_t* scalarLanes) {
+  const __m256 first = _mm256_set1_ps(lookup.first);
+  const __m256 scale = _mm256_set1_ps(lookup.scale);
+  const __m256 limit = _mm256_set1_ps(lookup.cellLimit);
+  const __m256i lastCell = _mm256_set1_epi32(lookup.cellCount - 1);
+  const __m256 zero = _mm256_setzero_ps();
+  const __m256 fromV = _mm256_set1_ps(from);
+  const __m256 toV = _mm256_set1_ps(to);
+  const __m256 lowestV = _mm256_set1_ps(lowestValid);
+  const __m256 highestV = _mm256_set1_ps(highestValid);
+  const __m256i belowW = _mm256_set1_epi32(static_cast<int>(below));
+  const __m256i aboveW = _mm256_set1_epi32(static_cast<int>(above));
+  const __m256i scalarW = _mm256_set1_epi32(static_cast<int>(kScalarColour));
+  // Each 128-bit half packs its four colours into its low 12 bytes; the halves then join.
+  const __m256i packBytes =
+      _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8,
+                       9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const __m256i joinHalves = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
+  const int* const cellWords = reinterpret_cast<const int*>(cellColours);
+  for (int k = 0; k + 8 <= count; k += 8) {
+    const __m256 v = _mm256_loadu_ps(values + k);
+    // (v - first) * scale, then x > 0 ? x : 0 (MAXPS returns its second operand for NaN), then
+    // its truncation below the limit and the last cell from there on.
+    const __m256 y = _mm256_max_ps(_mm256_mul_ps(_mm256_sub_ps(v, first), scale), zero);
+    const __m256 inRange = _mm256_cmp_ps(y, limit, _CMP_LT_OQ);
+    const __m256i cell =
+        _mm256_blendv_epi8(lastCell, _mm256_cvttps_epi32(y), _mm256_castps_si256(inRange));
+    const __m256i colour = _mm256_i32gather_epi32(cellWords, cell, 4);
+    const __m256 inside =
+        _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_GE_OQ), _mm256_cmp_ps(v, toV, _CMP_LE_OQ));
+    const __m256 under =
+        _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_LT_OQ), _mm256_cmp_ps(v, lowestV, _CMP_GE_OQ));
+    const __m256 over =
+        _mm256_and_ps(_mm256_cmp_ps(v, toV, _CMP_GT_OQ), _mm256_cmp_ps(v, highestV, _CMP_LE_OQ));
+    __m256i word = _mm256_blendv_epi8(scalarW, aboveW, _mm256_castps_si256(over));
+    word = _mm256_blendv_epi8(word, belowW, _mm256_castps_si256(under));
+    word = _mm256_blendv_epi8(word, colour, _mm256_castps_si256(inside));
+    scalarLanes[k / 8] = static_cast<uint8_t>(
+        _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(word, scalarW))));
+    const __m256i packed =
+        _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(word, packBytes), joinHalves);
+    uint8_t* at = out + 3 * static_cast<size_t>(k);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm256_castsi256_si128(packed));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(at + 16), _mm256_extracti128_si256(packed, 1));
+  }
+}
+#endif
 
 // The 256-bin histogram by runs of HistogramBin over the values in [low, high]; every other value
 // (NaN, infinities, values outside) is not counted, as HistogramBin returns -1 for it.
@@ -549,6 +671,57 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
   const RunIndex<T> index(runs, lowest, last, ColourCells(n));
   std::vector<PaddedColour> runColours(runs.result.size());
   for (size_t j = 0; j < runColours.size(); ++j) runColours[j] = Pad((*s.colours)[runs.result[j]]);
+  // A valid value below the domain lies below low, one above it at or above high (past high with
+  // entries lo..hi): each side has one colour. The marker is the lowest value and the only
+  // invalid finite one, so the valid values are the finite codes above it.
+  const T lowestValid = O::At(FirstFiniteCode<T>() + 1);
+  const T highestValid = O::At(EndFiniteCode<T>() - 1);
+  const PaddedColour below = Pad(range ? range->below : (*s.colours)[0]);
+  const PaddedColour above = Pad(range ? range->above : (*s.colours)[kColourTableSize - 1]);
+  using Index = RunIndex<T>;
+#if KIVLUT_HAS_AVX2_PATHS
+  if constexpr (std::is_same_v<T, float>) {
+    if (RunsAvx2()) {
+      // Finer cells than the scalar loop's: a pixel in a cell where a run starts costs a scalar
+      // look-up here, and slots crowd where the pixels do.
+      const RunIndex<float>::View fine = RunIndex<float>::Grid(lowest, last, kFineColourCells);
+      const std::vector<uint32_t> cellColours = ColourWordsOfCells(fine, runs, runColours);
+      const uint32_t belowWord = ColourWord32(below);
+      const uint32_t aboveWord = ColourWord32(above);
+      tbb::parallel_for(
+          tbb::blocked_range<int>(0, n, RunPassGrain(n)),
+          [&](const tbb::blocked_range<int>& pixels) {
+            const auto lookup = index.view();
+            const PaddedColour* const colourOfRun = runColours.data();
+            uint8_t scalarLanes[kRunBlock / 8];
+            for (int block = pixels.begin(); block < pixels.end(); block += kRunBlock) {
+              const int count = std::min(kRunBlock, pixels.end() - block);
+              const float* const values = data + block;
+              uint8_t* const colours = out + 3 * static_cast<size_t>(block);
+              FloatRunColoursAvx2(values, count, fine, cellColours.data(), lowest, last,
+                                  lowestValid, highestValid, belowWord, aboveWord, colours,
+                                  scalarLanes);
+              auto colourOne = [&](int k) {
+                const float v = values[k];
+                const PaddedColour c = v >= lowest && v <= last ? colourOfRun[lookup.RunOf(v)]
+                                       : range ? Pad(EqualisedRangeColour(v, s, *range))
+                                               : Pad(EqualisedColour(v, s));
+                std::memcpy(colours + 3 * k, c.data(), 3);
+              };
+              const int groups = count / 8;
+              for (int g = 0; g < groups; ++g) {
+                for (unsigned lanes = scalarLanes[g]; lanes != 0; lanes &= lanes - 1) {
+                  colourOne(8 * g + __builtin_ctz(lanes));
+                }
+              }
+              for (int k = 8 * groups; k < count; ++k) colourOne(k);
+            }
+          },
+          tbb::auto_partitioner());
+      return true;
+    }
+  }
+#endif
   tbb::parallel_for(
       tbb::blocked_range<int>(0, n, RunPassGrain(n)),
       [&](const tbb::blocked_range<int>& pixels) {
@@ -561,14 +734,17 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
         for (int block = begin; block < pixels.end(); block += kRunBlock) {
           const int count = std::min(kRunBlock, pixels.end() - block);
           const T* const values = data + block;
-          lookup.CellsOf(values, count, from, to, cells);
+          lookup.CellsOrSidesOf(values, count, from, to, lowestValid, highestValid, cells);
           // By value, so that the colour stores cannot force reloads of the lookup per pixel.
           const int32_t* const cellOf = cells;
           WriteColours(
               count,
-              [values, cellOf, colourOfRun, lookup, range, &s](int64_t k) {
+              [values, cellOf, colourOfRun, lookup, below, above, range, &s](int64_t k) {
                 const T v = values[k];
-                if (cellOf[k] >= 0) return colourOfRun[lookup.RunIn(v, cellOf[k])];
+                const int32_t cell = cellOf[k];
+                if (cell >= 0) return colourOfRun[lookup.RunIn(v, cell)];
+                if (cell == Index::kBelowDomain) return below;
+                if (cell == Index::kAboveDomain) return above;
                 return Pad(range ? EqualisedRangeColour(v, s, *range) : EqualisedColour(v, s));
               },
               out + 3 * static_cast<size_t>(block));

@@ -18,6 +18,7 @@
 
 #include "KivLUTStatus.h"
 #include "common/colour_output.h"
+#include "common/cpu_features.h"
 #include "common/load_time_config.h"
 #include "common/stage_status.h"
 #include "range/checked_pixel_count.h"
@@ -173,15 +174,9 @@ namespace {
   }
 
 KIVLUT_SLOT_INDEX_LOOPS(Baseline, )
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#if KIVLUT_HAS_AVX2_PATHS
 KIVLUT_SLOT_INDEX_LOOPS(Avx2, __attribute__((target("avx2"))))
-// Asked once; the answer cannot change while the process runs.
-bool RunsAvx2() {
-  static const bool avx2 = __builtin_cpu_supports("avx2");
-  return avx2;
-}
 #else
-bool RunsAvx2() { return false; }
 #define LinearSlotIndicesAvx2 LinearSlotIndicesBaseline
 #define SlotIndicesNanInvalidAvx2 SlotIndicesNanInvalidBaseline
 #endif

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "KivLUTSetting.h"
+#include "common/cpu_features.h"
 #include "common/fault_injection.h"
 #include "range/equalisation.h"
 #include "range/range_test_support.h"
@@ -337,6 +338,29 @@ TEST(EqualisedMapping, EveryFloatOfANarrowRangeMatchesTheReference) {
   }
   KivRangeImage image = FrameOf<float>(values, 1.01f, 1.012f, 400000, random);
   ExpectEveryFormMatches<float>(image, 1.0, static_cast<double>(v), random);
+}
+
+TEST(EqualisedMapping, BaselineVariantMatchesTheReferenceWhereAvx2Runs) {
+  // The same images through the loops a processor without AVX2 runs.
+  struct Baseline {
+    Baseline() { Avx2DisabledForTesting() = true; }
+    ~Baseline() { Avx2DisabledForTesting() = false; }
+  } baseline;
+  std::mt19937_64 random(59);
+  auto run = [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    for (const auto& [width, height] : {std::pair{64, 64}, {173, 91}, {640, 48}}) {
+      for (int round = 0; round < 6; ++round) {
+        KivRangeImage image = RandomRangeImage<T>(width, height, random);
+        Request q = RandomRequest<T>(image, random);
+        q.form = static_cast<Form>(round % 3);
+        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
+        ExpectMatchesReference<T>(image, q, random);
+      }
+    }
+  };
+  run(PixelTypeTag<float>{});
+  run(PixelTypeTag<uint16_t>{});
 }
 
 TEST(EqualisedMapping, ValuesBesideEveryBoundaryMatchTheReference) {
