@@ -139,16 +139,12 @@ long DrawChecked(const KivColorTable& table, const KivColoringInfo& info,
     }
   }
 
-  // Labels of the bounds first, then the round values from the low end; a label that would run
-  // into one already drawn is left out and its tick mark stays, so a crowded stretch of an
-  // equalised scale still shows where values lie.
-  std::vector<size_t> order;
-  for (size_t i = 0; i < ticks.size(); ++i) {
-    if (ticks[i].bound) order.push_back(i);
-  }
-  for (size_t i = 0; i < ticks.size(); ++i) {
-    if (!ticks[i].bound) order.push_back(i);
-  }
+  // The labels at both ends first, so the reader sees what the scale spans, then the others from
+  // the low end; a label that would run into one already drawn is left out and its tick mark
+  // stays, so a crowded stretch of an equalised scale still shows where values lie.
+  std::vector<size_t> order{0};
+  if (ticks.size() > 1) order.push_back(ticks.size() - 1);
+  for (size_t i = 1; i + 1 < ticks.size(); ++i) order.push_back(i);
   std::vector<bool> labelled(ticks.size(), false);
   std::vector<std::pair<int, int>> taken;  // extents along the bar's image axis
   for (const size_t i : order) {
