@@ -38,7 +38,7 @@ KIVMV::KivRangeImage MakeScene() {
            Bump(x, y, 520, 120, 30, 14) + Bump(x, y, 300, 400, 60, -12);
       const float hx = (x - 110.0f) / 55.0f, hy = (y - 380.0f) / 35.0f;
       const bool patch = hx * hx + hy * hy < 1.0f;
-      // Speckled holes inside the patch, a solid core at its centre.
+      // Scattered holes inside the patch, a solid core at its centre.
       const bool hole = patch && ((x * 7 + y * 13) % 5 == 0 || hx * hx + hy * hy < 0.35f);
       row[x] = hole ? std::numeric_limits<float>::quiet_NaN() : z;
     }
