@@ -22,12 +22,12 @@ struct KivColorBarOptions {
   int thickness = 20;       // pixels across the colours, 4..512
   std::string unit = "mm";  // written after the labels; may be empty
   int ticks = 5;            // about this many labelled ticks at round values, 2..20
-  bool endCaps = true;      // below/above caps, drawn when the colouring used such colours
+  bool endCaps = true;      // below/above caps at both ends: for colourings that used such colours
   std::optional<KivRgb> belowColor;  // the caps' colours; unset: the table's first and last entry
   std::optional<KivRgb> aboveColor;
   KivRgb textColor{0, 0, 0};
   KivRgb background{255, 255, 255};
-  double fontScale = 0.4;
+  double fontScale = 0.4;  // of the Hershey font, 0.1..4
 };
 
 // A colour bar for a colouring: a CV_8UC3 (BGR) image, sized to hold the bar, caps, ticks and
