@@ -801,7 +801,7 @@ class HisttoLUTTbbMinMaxAndColorRange {
 template <typename T>
 ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
   ValueStatistics<T> stats{PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
-  for (int index = 0; index < kRawValueCount<T>; ++index) {
+  for (int index = 0; index < static_cast<int>(counts.size()); ++index) {
     const T v = RawValueAtIndex<T>(index);
     if (counts[index] == 0 || !IsValidPixel(v)) continue;
     UpdateExtremes(v, stats.minimum, stats.maximum);
@@ -832,7 +832,9 @@ PixelSummary<T> SummarisePixels(const T* data, int n) {
     // Per value only when the image has more pixels than T has values: below that the 64K-entry
     // tables cost more than the pixels themselves.
     if (UseValueColours<T>(n)) {
-      summary.rawCounts = CountRawValues(data, n);
+      // Up to the highest value only: depth frames use a fraction of the 16-bit values, and every
+      // per-value table after this one is as long as the counts.
+      summary.rawCounts = CountRawValues(data, n, HighestValueColourIndex(data, n) + 1);
       summary.stats = StatisticsFromCounts<T>(summary.rawCounts);
       return summary;
     }
@@ -871,7 +873,9 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
     const uint32_t index = std::min<uint32_t>(numeric::LowUnsigned32(numeric::TruncateToInt64(low)),
                                               kColourTableSize - 1);
     if constexpr (kHasValueColours<T>) {
-      if (summary.rawCounts.size() == static_cast<size_t>(kRawValueCount<T>)) {
+      // Counted per value (the counts may stop at the highest value): one 64K-entry table.
+      if (summary.rawCounts.size() == static_cast<size_t>(kRawValueCount<T>) ||
+          (byValue && UseValueColours<T>(n))) {
         const ColourEntry& valid = colours[index];
         const ColourEntry& invalid = InvalidColour(how.mapType);
         ColourByLookup(data, n, TabulateValueColours<T>([&](T v) -> const ColourEntry& {

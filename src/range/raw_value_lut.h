@@ -133,6 +133,23 @@ std::vector<uint32_t> CountRawValues(const T* data, int n,
   return std::move(body.counts);
 }
 
+// The highest ValueColourIndex of n > 0 pixels, in parallel: the index rises with the value, and
+// the maximum of the values is a loop that vectorises, far cheaper than counting, so the counts
+// need only reach it.
+template <typename T>
+size_t HighestValueColourIndex(const T* data, int n) {
+  const T highest = tbb::parallel_reduce(
+      tbb::blocked_range<int>(0, n, GrainSize(n)), std::numeric_limits<T>::lowest(),
+      [data](const tbb::blocked_range<int>& range, T highest) {
+        for (int i = range.begin(); i != range.end(); ++i) {
+          highest = data[i] > highest ? data[i] : highest;
+        }
+        return highest;
+      },
+      [](T a, T b) { return std::max(a, b); }, tbb::auto_partitioner());
+  return ValueColourIndex(highest);
+}
+
 // Colours n pixels by lookup, in parallel.
 template <typename T>
 void ColourByLookup(const T* data, int n, const std::vector<PaddedColour>& colours, uint8_t* out) {
