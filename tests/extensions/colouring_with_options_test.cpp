@@ -294,8 +294,15 @@ TEST(ColorRangeImage, BelowAndAboveColoursReplaceTheTableEndsOutsideTheBounds) {
         const uint8_t* c = out.Data() + 3 * i;
         const uint8_t* kernel = plain.Data() + 3 * i;
         const double v = PhysicalOf(p[i]);
+        // The linear kernel compares in single precision: a value within float rounding of a
+        // bound may fall either way.
+        const bool nearBound = mode == KivColoringMode::kLinear &&
+                               (std::fabs(v - info.low) <= 1e-6 * std::fabs(info.low) ||
+                                std::fabs(v - info.high) <= 1e-6 * std::fabs(info.high));
         if (!ReferenceIsValid(p[i])) {
           EXPECT_EQ(std::vector<uint8_t>(c, c + 3), std::vector<uint8_t>(kernel, kernel + 3));
+        } else if (nearBound) {
+          continue;
         } else if (v < info.low) {
           ++belowSeen;
           EXPECT_EQ(c[0], below.b);
