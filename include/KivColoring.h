@@ -81,12 +81,14 @@ struct KIVLUT_API KivColoringInfo {
 };
 
 // A range image of any of the seven pixel types (Type() 0 or 1), one colour per pixel; `out`
-// becomes Width() x Height() with options.channels channels.
+// becomes Width() x Height() with options.channels channels. Integer pixels need a finite
+// ResolutionZ above 0 and a finite OffsetZ (KIV_EXT_ERR_INPUT_TYPE otherwise).
 KIVLUT_API long KivColorRangeImage(const KivRangeImage& image, const KivColorTable& table,
                                    const KivColoringOptions& options, KivColorArray* out,
                                    KivColoringInfo* info = nullptr);
 
-// Float values: NaN and infinities are no-data. `out` becomes Length() x 1.
+// Float values: NaN, infinities and -FLT_MAX (KivLUTSetting's float marker) are no-data. `out`
+// becomes Length() x 1.
 KIVLUT_API long KivColorFloatArray(const Kiv3DFloatArray& values, const KivColorTable& table,
                                    const KivColoringOptions& options, KivColorArray* out,
                                    KivColoringInfo* info = nullptr);

@@ -822,7 +822,79 @@ Histogram HistogramFromCounts(const std::vector<uint32_t>& counts, double w, dou
   return histogram;
 }
 
-// What the colouring needs to know about the pixels beyond their values.
+int BinCountOf(const EqualisedColouring& how) {
+  return how.reserveIndex0 ? kEqualisedBins : kEqualisedBins + 1;
+}
+
+// The clamping form divides the difference; the others divide each bound. Both are kept as they
+// are, also in the degenerate test.
+double BinWidthOf(const EqualisedColouring& how, int binCount) {
+  return how.widthFromDifference ? (how.high - how.low) / binCount
+                                 : how.high / binCount - how.low / binCount;
+}
+
+// The one entry of a range that collapsed to a point: low as an unsigned 32-bit integer, at most
+// the last entry.
+uint32_t OneEntryIndex(double low) {
+  return std::min<uint32_t>(numeric::LowUnsigned32(numeric::TruncateToInt64(low)),
+                            kColourTableSize - 1);
+}
+
+// The histogram of the values in [low, high]: from the raw-value counts when the summary holds
+// them, else by value runs where those pay off, else pixel by pixel; the same counts every way.
+template <typename T>
+Histogram EqualisationHistogram(const T* data, int n, const PixelSummary<T>& summary, double w,
+                                double low, double high) {
+  Histogram histogram;
+  if constexpr (kHasValueColours<T>) {
+    if (!summary.rawCounts.empty()) return HistogramFromCounts<T>(summary.rawCounts, w, low, high);
+  }
+  if constexpr (kHasValueRuns<T>) {
+    if (n >= kMinPixelsForRuns && HistogramByRuns(data, n, w, low, high, histogram)) {
+      return histogram;
+    }
+  }
+  return BuildHistogram(data, n, w, low, high);
+}
+
+// Order-preserving codes of every value of T that EqualisedEntryStarts searches: 32-bit integers
+// offset by 2^31 in 64 bits (one past the greatest value needs a code too), float and double by
+// OrderedCode.
+template <typename T>
+struct SearchCode {
+  using Code = std::conditional_t<sizeof(T) <= 4 && !std::is_integral_v<T>, uint32_t, uint64_t>;
+  static Code Of(T v) {
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<Code>(static_cast<int64_t>(v) - std::numeric_limits<T>::min());
+    } else {
+      return OrderedCode<T>::Of(v);
+    }
+  }
+  static T At(Code code) {
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<T>(static_cast<int64_t>(code) + std::numeric_limits<T>::min());
+    } else {
+      return OrderedCode<T>::At(code);
+    }
+  }
+};
+
+// The first code in [first, end) whose value satisfies a predicate that is false then true over
+// those codes, or end.
+template <typename T, typename Pred>
+typename SearchCode<T>::Code FirstSearchCode(typename SearchCode<T>::Code first,
+                                             typename SearchCode<T>::Code end, Pred pred) {
+  while (first < end) {
+    const auto mid = first + (end - first) / 2;
+    if (pred(SearchCode<T>::At(mid))) {
+      end = mid;
+    } else {
+      first = mid + 1;
+    }
+  }
+  return first;
+}
+
 }  // namespace
 
 template <typename T>
@@ -861,17 +933,13 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
   const ColourTable& colours = *how.colours;
   const double low = how.low;
   const double high = how.high;
-  const int binCount = how.reserveIndex0 ? kEqualisedBins : kEqualisedBins + 1;
-  // The clamping form divides the difference; the others divide each bound. Both are kept as
-  // they are, also in the degenerate test.
-  const double w =
-      how.widthFromDifference ? (high - low) / binCount : high / binCount - low / binCount;
+  const int binCount = BinCountOf(how);
+  const double w = BinWidthOf(how, binCount);
   // The per-value tables exist only when the summary counted the raw values.
   const bool byValue = !summary.rawCounts.empty();
   if (!(w > 1e-8)) {
     // The range collapsed to a point (or crossed, with no valid pixel): one entry for all.
-    const uint32_t index = std::min<uint32_t>(numeric::LowUnsigned32(numeric::TruncateToInt64(low)),
-                                              kColourTableSize - 1);
+    const uint32_t index = OneEntryIndex(low);
     if constexpr (kHasValueColours<T>) {
       // Counted per value (the counts may stop at the highest value): one 64K-entry table.
       if (summary.rawCounts.size() == static_cast<size_t>(kRawValueCount<T>) ||
@@ -890,18 +958,7 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
   }
 
   const bool byRuns = n >= kMinPixelsForRuns;
-  Histogram histogram;
-  bool counted = false;
-  if constexpr (kHasValueColours<T>) {
-    if (byValue) {
-      histogram = HistogramFromCounts<T>(summary.rawCounts, w, low, high);
-      counted = true;
-    }
-  }
-  if constexpr (kHasValueRuns<T>) {
-    if (!counted && byRuns) counted = HistogramByRuns(data, n, w, low, high, histogram);
-  }
-  if (!counted) histogram = BuildHistogram(data, n, w, low, high);
+  const Histogram histogram = EqualisationHistogram(data, n, summary, w, low, high);
 
   const EqualisationTable slots = BuildEqualisationTable(histogram, how.validCount, binCount);
   const EqualisedScale scale{
@@ -936,10 +993,102 @@ void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
   }
 }
 
-#define KIVLUT_INSTANTIATE_EQUALISATION(T)                                     \
-  template PixelSummary<T> SummarisePixels<T>(const T*, int);                  \
-  template void ColourByEqualisation<T>(const T*, int, const PixelSummary<T>&, \
-                                        const EqualisedColouring&, uint8_t*);
+template <typename T>
+std::vector<double> EqualisedEntryStarts(const T* data, int n, const PixelSummary<T>& summary,
+                                         const EqualisedColouring& how) {
+  const double low = how.low;
+  const double high = how.high;
+  const int binCount = BinCountOf(how);
+  const double w = BinWidthOf(how, binCount);
+  std::vector<double> starts(kColourTableSize + 1, high);
+  if (!(w > 1e-8)) {
+    const uint32_t index = OneEntryIndex(low);
+    for (uint32_t i = 0; i <= kColourTableSize; ++i) {
+      starts[i] = i <= index ? std::min(low, high) : std::max(low, high);
+    }
+    return starts;
+  }
+  starts[0] = low;
+  const Histogram histogram = EqualisationHistogram(data, n, summary, w, low, high);
+  const EqualisationTable slots = BuildEqualisationTable(histogram, how.validCount, binCount);
+  const EqualisedScale s{
+      low, high, w, 1.0 / w, binCount, &slots, how.colours, how.reserveIndex0, how.mapType};
+  // The entry of a valid value in [low, high], as EqualisedColour picks it.
+  auto entryOf = [&](T raw) {
+    const double v = static_cast<double>(raw);
+    return v >= high ? kColourTableSize - 1 : EqualisedIndexInside(v, s);
+  };
+  // A value's entry can fall back by one where a bin without slots takes the first slot of the
+  // bin above it, which that bin's own first values do not reach. The scale follows the least
+  // entry from each value upward, g(v) = min of entryOf over [v, high], which never falls:
+  // starts[i] is the lowest value with g(v) >= i.
+  if constexpr (kHasValueColours<T>) {
+    std::vector<std::pair<double, int>> entries;  // ascending valid values and their entries
+    for (int index = 0; index < kRawValueCount<T>; ++index) {
+      const T raw = RawValueAtIndex<T>(index);
+      const double v = static_cast<double>(raw);
+      if (IsValidPixel(raw) && v >= low && v <= high) entries.emplace_back(v, entryOf(raw));
+    }
+    for (size_t k = entries.size(); k-- > 1;) {
+      entries[k - 1].second = std::min(entries[k - 1].second, entries[k].second);
+    }
+    int reached = 0;  // entries 1..reached have their start
+    for (const auto& [v, entry] : entries) {
+      while (reached < entry) starts[static_cast<size_t>(++reached)] = v;
+    }
+  } else {
+    using C = SearchCode<T>;
+    using Code = typename C::Code;
+    const Code all = C::Of(std::numeric_limits<T>::lowest());
+    const Code allEnd = C::Of(std::numeric_limits<T>::max()) + 1;
+    const Code first =
+        FirstSearchCode<T>(all, allEnd, [low](T v) { return static_cast<double>(v) >= low; });
+    const Code end =
+        FirstSearchCode<T>(first, allEnd, [high](T v) { return static_cast<double>(v) >= high; });
+    // Bin b holds the codes [binStart[b], binStart[b + 1]) of [low, high).
+    std::vector<Code> binStart(static_cast<size_t>(binCount) + 1, end);
+    auto binOf = [&](T raw) {
+      return EqualisedBinByReciprocal(static_cast<double>(raw), s.w, s.reciprocal, s.low, kBinNudge,
+                                      s.binCount);
+    };
+    for (int b = 0; b < binCount; ++b) {
+      binStart[b] = FirstSearchCode<T>(b == 0 ? first : binStart[b - 1], end,
+                                       [&](T v) { return binOf(v) >= b; });
+    }
+    // A 32-bit 0 is no measurement; the next value of the bin has its entry or a later one.
+    auto measured = [](Code at, Code to) {
+      return !IsValidPixel(C::At(at)) && at + 1 < to ? at + 1 : at;
+    };
+    // From the top bin down, with the least entry of every value above; within a bin the entry
+    // never falls, so the least entry from each of its values upward is capped by that alone.
+    int above = kColourTableSize - 1;
+    for (int b = binCount - 1; b >= 0; --b) {
+      const Code from = binStart[b];
+      const Code to = binStart[b + 1];
+      if (from >= to) continue;
+      const int atFirst = std::min(above, entryOf(C::At(from)));
+      const int atLast = std::min(above, entryOf(C::At(to - 1)));
+      const double firstValue = static_cast<double>(C::At(measured(from, to)));
+      for (int entry = 1; entry <= atFirst; ++entry)
+        starts[static_cast<size_t>(entry)] = firstValue;
+      Code at = from;
+      for (int entry = atFirst + 1; entry <= atLast; ++entry) {
+        at = FirstSearchCode<T>(at, to, [&](T v) { return entryOf(v) >= entry; });
+        starts[static_cast<size_t>(entry)] = static_cast<double>(C::At(measured(at, to)));
+      }
+      above = atFirst;
+    }
+  }
+  starts[kColourTableSize] = high;
+  return starts;
+}
+
+#define KIVLUT_INSTANTIATE_EQUALISATION(T)                                                    \
+  template PixelSummary<T> SummarisePixels<T>(const T*, int);                                 \
+  template void ColourByEqualisation<T>(const T*, int, const PixelSummary<T>&,                \
+                                        const EqualisedColouring&, uint8_t*);                 \
+  template std::vector<double> EqualisedEntryStarts<T>(const T*, int, const PixelSummary<T>&, \
+                                                       const EqualisedColouring&);
 KIVLUT_INSTANTIATE_EQUALISATION(uint8_t)
 KIVLUT_INSTANTIATE_EQUALISATION(int8_t)
 KIVLUT_INSTANTIATE_EQUALISATION(uint16_t)

@@ -139,4 +139,18 @@ template <typename T>
 void ColourByEqualisation(const T* data, int n, const PixelSummary<T>& summary,
                           const EqualisedColouring& how, uint8_t* out);
 
+// Where ColourByEqualisation, run with `how` for the whole table (no colour range, entry 0 kept
+// for values below the range), puts the table's entries along the values of T. A value's entry
+// can fall back by one where a bin without slots takes the first slot of the bin above, so the
+// scale follows g(v), the least entry of the valid values from v up to high, which never falls:
+// starts[i] is the lowest valid value in [low, high] with g(v) >= i (an entry no value takes
+// shares the start of the next), starts[0] = low and starts[256] = high. Exact: 8- and 16-bit
+// values are walked one by one; wider types are searched bin by bin, since the bin of a value
+// never falls as the value rises and within a bin neither does its entry. A range that collapsed
+// to a point colours every valid value with one entry e, and gives the smaller bound up to e and
+// the larger one after it. Changes nothing in the colouring itself.
+template <typename T>
+std::vector<double> EqualisedEntryStarts(const T* data, int n, const PixelSummary<T>& summary,
+                                         const EqualisedColouring& how);
+
 }  // namespace KIVMV
