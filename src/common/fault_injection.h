@@ -22,6 +22,7 @@ enum class FaultStage {
   kPointGrid,          // the point grid of the Phong lighting
   kLightingOutput,     // sizing the output of the Phong lighting
   kLighting,           // worker count, body and loop of the Phong lighting
+  kTableCatalogue,     // building a colour table by name or from colour stops
 };
 
 #if KIVLUT_FAULT_INJECTION
