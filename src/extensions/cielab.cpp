@@ -21,7 +21,7 @@ constexpr double kXyzToRgb[3][3] = {
     {0.0556300797, -0.2039769589, 1.0569715142},
 };
 
-// CIE's constants for the linear part of L* near black: delta = 6/29.
+// CIE's constant for the straight segment of L* near black: delta = 6/29.
 constexpr double kDelta = 6.0 / 29.0;
 
 double LabF(double t) {
