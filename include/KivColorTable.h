@@ -58,7 +58,9 @@ class KIVLUT_API KivColorTable {
   // A table through colour stops (at least two, positions in [0, 1] and non-decreasing, the
   // first at 0 and the last at 1): entry i is the colour at i / 255, interpolated between the
   // neighbouring stops in CIELAB (D65), converted back to sRGB and clipped to its gamut. Named
-  // "custom", no-data colour kKivNeutralNoData. KIV_EXT_ERR_STOPS when the stops are unusable.
+  // "custom", no-data colour kKivNeutralNoData. Stops sharing a position make a hard step: the
+  // later of them holds at and after it. KIV_EXT_ERR_STOPS when the stops are unusable (NaN
+  // included), KIV_EXT_ERR_NULL_OUTPUT for a null out.
   static long FromStops(const std::vector<KivColorStop>& stops, KivColorTable* out);
 
   // The same colours in the opposite order, named with "_r" added (or removed); the no-data

@@ -23,6 +23,7 @@ enum class FaultStage {
   kLightingOutput,     // sizing the output of the Phong lighting
   kLighting,           // worker count, body and loop of the Phong lighting
   kColourBar,          // drawing a colour bar, or attaching one to a picture
+  kTableCatalogue,     // building a colour table by name or from colour stops
 };
 
 #if KIVLUT_FAULT_INJECTION
