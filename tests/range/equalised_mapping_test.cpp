@@ -7,10 +7,12 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <random>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "KivLUTSetting.h"
@@ -340,6 +342,21 @@ TEST(EqualisedMapping, EveryFloatOfANarrowRangeMatchesTheReference) {
   ExpectEveryFormMatches<float>(image, 1.0, static_cast<double>(v), random);
 }
 
+// Six random images of each size, the three forms in turn.
+template <typename T>
+void ExpectSizesMatchReference(std::initializer_list<std::pair<int, int>> sizes,
+                               std::mt19937_64& random) {
+  for (const auto& [width, height] : sizes) {
+    for (int round = 0; round < 6; ++round) {
+      KivRangeImage image = RandomRangeImage<T>(width, height, random);
+      Request q = RandomRequest<T>(image, random);
+      q.form = static_cast<Form>(round % 3);
+      SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
+      ExpectMatchesReference<T>(image, q, random);
+    }
+  }
+}
+
 TEST(EqualisedMapping, BaselineVariantMatchesTheReferenceWhereAvx2Runs) {
   // The same images through the loops a processor without AVX2 runs.
   struct Baseline {
@@ -347,20 +364,8 @@ TEST(EqualisedMapping, BaselineVariantMatchesTheReferenceWhereAvx2Runs) {
     ~Baseline() { Avx2DisabledForTesting() = false; }
   } baseline;
   std::mt19937_64 random(59);
-  auto run = [&](auto tag) {
-    using T = typename decltype(tag)::type;
-    for (const auto& [width, height] : {std::pair{64, 64}, {173, 91}, {640, 48}}) {
-      for (int round = 0; round < 6; ++round) {
-        KivRangeImage image = RandomRangeImage<T>(width, height, random);
-        Request q = RandomRequest<T>(image, random);
-        q.form = static_cast<Form>(round % 3);
-        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
-        ExpectMatchesReference<T>(image, q, random);
-      }
-    }
-  };
-  run(PixelTypeTag<float>{});
-  run(PixelTypeTag<uint16_t>{});
+  ExpectSizesMatchReference<float>({{64, 64}, {173, 91}, {640, 48}}, random);
+  ExpectSizesMatchReference<uint16_t>({{64, 64}, {173, 91}, {640, 480}}, random);
 }
 
 TEST(EqualisedMapping, ValuesBesideEveryBoundaryMatchTheReference) {
@@ -407,23 +412,12 @@ TEST(EqualisedMapping, ImagesJustPastTheRunTableSizeMatchTheReference) {
   // A few thousand pixels: the run tables with their coarsest cells, where more run starts share
   // a cell.
   std::mt19937_64 random(47);
-  auto run = [&](auto tag) {
-    using T = typename decltype(tag)::type;
-    for (const auto& [width, height] : {std::pair{64, 64}, {77, 71}, {160, 120}}) {
-      for (int round = 0; round < 6; ++round) {
-        KivRangeImage image = RandomRangeImage<T>(width, height, random);
-        Request q = RandomRequest<T>(image, random);
-        q.form = static_cast<Form>(round % 3);
-        SCOPED_TRACE(testing::Message() << width << "x" << height << " form " << int(q.form));
-        ExpectMatchesReference<T>(image, q, random);
-      }
-    }
-  };
-  run(PixelTypeTag<float>{});
-  run(PixelTypeTag<double>{});
+  const std::initializer_list<std::pair<int, int>> sizes = {{64, 64}, {77, 71}, {160, 120}};
+  ExpectSizesMatchReference<float>(sizes, random);
+  ExpectSizesMatchReference<double>(sizes, random);
   // 16-bit images whose values spread wider than their pixel count also colour by runs.
-  run(PixelTypeTag<uint16_t>{});
-  run(PixelTypeTag<int16_t>{});
+  ExpectSizesMatchReference<uint16_t>(sizes, random);
+  ExpectSizesMatchReference<int16_t>(sizes, random);
 }
 
 TEST(EqualisedMapping, SmallImagesWithFewRawValuesMatchTheReference) {
