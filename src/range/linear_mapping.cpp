@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -23,6 +24,10 @@
 #include "common/stage_status.h"
 #include "range/checked_pixel_count.h"
 #include "range/statistics.h"
+
+#if KIVLUT_HAS_AVX2_PATHS
+#include <immintrin.h>
+#endif
 
 namespace KIVMV {
 
@@ -183,6 +188,104 @@ KIVLUT_SLOT_INDEX_LOOPS(Avx2, __attribute__((target("avx2"))))
 #undef KIVLUT_SLOT_INDEX_LOOPS
 
 }  // namespace
+
+namespace {
+
+// The baseline: the slots in a loop that vectorises, then the lookups, written by WriteColours.
+void ColourBlockBySlotsBaseline(const float* values, int count, const LinearSlots& slots,
+                                uint8_t* out, bool onlyNanInvalid) {
+  constexpr int kBlock = 256;
+  int32_t indices[kBlock];
+  const float lo = slots.lo, hi = slots.hi, scale = slots.scale;
+  for (int start = 0; start < count; start += kBlock) {
+    const int length = count - start < kBlock ? count - start : kBlock;
+    const float* const v = values + start;
+    if (onlyNanInvalid) {
+      SlotIndicesNanInvalid(v, length, lo, hi, scale, indices);
+    } else {
+      LinearSlotIndices(v, length, lo, hi, scale, indices);
+    }
+    // By value, so that the colour stores cannot force a reload of the pointers per pixel.
+    const int32_t* const index = indices;
+    const LinearSlots* const lookup = &slots;
+    WriteColours(
+        length,
+        [v, index, lookup](int64_t j) {
+          const uint32_t word = LinearSlotColour(v[j], index[j], *lookup);
+          PaddedColour colour;
+          std::memcpy(colour.data(), &word, sizeof word);
+          return colour;
+        },
+        out + 3 * static_cast<size_t>(start));
+  }
+}
+
+#if KIVLUT_HAS_AVX2_PATHS
+// LinearSlotIndex (or its NaN-only form) of eight floats with the same single-precision steps:
+// MAXPS and MINPS return their second operand for NaN, as the comparisons of LinearSlotOf do.
+__attribute__((target("avx2"))) void ColourBlockBySlotsAvx2(const float* values, int count,
+                                                            const LinearSlots& slots, uint8_t* out,
+                                                            bool onlyNanInvalid) {
+  const __m256 lo = _mm256_set1_ps(slots.lo);
+  const __m256 hi = _mm256_set1_ps(slots.hi);
+  const __m256 scale = _mm256_set1_ps(slots.scale);
+  const __m256 lastSlot = _mm256_set1_ps(static_cast<float>(LinearSlots::kCount - 1));
+  const __m256 lowest = _mm256_set1_ps(-FLT_MAX);
+  const __m256 highest = _mm256_set1_ps(FLT_MAX);
+  const __m256i below = _mm256_set1_epi32(LinearSlots::kBelow);
+  const __m256i above = _mm256_set1_epi32(LinearSlots::kAbove);
+  const __m256i invalid = _mm256_set1_epi32(LinearSlots::kInvalid);
+  const __m256i splitBit = _mm256_set1_epi32(static_cast<int>(LinearSlots::kSplitBit));
+  // Each 128-bit half packs its four colours into its low 12 bytes; the halves then join.
+  const __m256i packBytes =
+      _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8,
+                       9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const __m256i joinHalves = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
+  const int* const words = reinterpret_cast<const int*>(slots.slots.data());
+  int k = 0;
+  for (; k + 8 <= count; k += 8) {
+    const __m256 v = _mm256_loadu_ps(values + k);
+    __m256 x = _mm256_mul_ps(_mm256_sub_ps(v, lo), scale);
+    x = _mm256_min_ps(_mm256_max_ps(x, _mm256_setzero_ps()), lastSlot);
+    __m256i index = _mm256_cvttps_epi32(x);
+    index = _mm256_blendv_epi8(index, below, _mm256_castps_si256(_mm256_cmp_ps(v, lo, _CMP_LT_OQ)));
+    index = _mm256_blendv_epi8(index, above, _mm256_castps_si256(_mm256_cmp_ps(v, hi, _CMP_GT_OQ)));
+    const __m256 valid = onlyNanInvalid ? _mm256_cmp_ps(v, v, _CMP_EQ_OQ)
+                                        : _mm256_and_ps(_mm256_cmp_ps(v, lowest, _CMP_GT_OQ),
+                                                        _mm256_cmp_ps(v, highest, _CMP_LE_OQ));
+    index = _mm256_blendv_epi8(invalid, index, _mm256_castps_si256(valid));
+    const __m256i word = _mm256_i32gather_epi32(words, index, 4);
+    const __m256i packed =
+        _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(word, packBytes), joinHalves);
+    uint8_t* const at = out + 3 * static_cast<size_t>(k);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm256_castsi256_si128(packed));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(at + 16), _mm256_extracti128_si256(packed, 1));
+    // Slots that a threshold splits: rare, one by one over the bytes just written.
+    const int split = _mm256_movemask_ps(
+        _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_and_si256(word, splitBit), splitBit)));
+    for (unsigned lanes = static_cast<unsigned>(split); lanes != 0; lanes &= lanes - 1) {
+      const int j = k + __builtin_ctz(lanes);
+      ColourBlockBySlotsBaseline(values + j, 1, slots, out + 3 * static_cast<size_t>(j),
+                                 onlyNanInvalid);
+    }
+  }
+  ColourBlockBySlotsBaseline(values + k, count - k, slots, out + 3 * static_cast<size_t>(k),
+                             onlyNanInvalid);
+}
+#endif
+
+}  // namespace
+
+void ColourBlockBySlots(const float* values, int count, const LinearSlots& slots, uint8_t* out,
+                        bool onlyNanInvalid) {
+#if KIVLUT_HAS_AVX2_PATHS
+  if (RunsAvx2()) {
+    ColourBlockBySlotsAvx2(values, count, slots, out, onlyNanInvalid);
+    return;
+  }
+#endif
+  ColourBlockBySlotsBaseline(values, count, slots, out, onlyNanInvalid);
+}
 
 void LinearSlotIndices(const float* values, int n, float lo, float hi, float scale,
                        int32_t* indices) {

@@ -148,36 +148,11 @@ void LinearSlotIndices(const float* values, int n, float lo, float hi, float sca
 void SlotIndicesNanInvalid(const float* values, int n, float lo, float hi, float scale,
                            int32_t* indices);
 
-// Colours the `count` float values from `values` through the slots into `out`, 3 bytes each: the
-// slots in a loop that vectorises, then the lookups, written by WriteColours (nothing at or past
-// out + 3 x count is touched).
-inline void ColourBlockBySlots(const float* values, int count, const LinearSlots& slots,
-                               uint8_t* out, bool onlyNanInvalid = false) {
-  constexpr int kBlock = 256;
-  int32_t indices[kBlock];
-  const float lo = slots.lo, hi = slots.hi, scale = slots.scale;
-  for (int start = 0; start < count; start += kBlock) {
-    const int length = count - start < kBlock ? count - start : kBlock;
-    const float* const v = values + start;
-    if (onlyNanInvalid) {
-      SlotIndicesNanInvalid(v, length, lo, hi, scale, indices);
-    } else {
-      LinearSlotIndices(v, length, lo, hi, scale, indices);
-    }
-    // By value, so that the colour stores cannot force a reload of the pointers per pixel.
-    const int32_t* const index = indices;
-    const LinearSlots* const lookup = &slots;
-    WriteColours(
-        length,
-        [v, index, lookup](int64_t j) {
-          const uint32_t word = LinearSlotColour(v[j], index[j], *lookup);
-          PaddedColour colour;
-          std::memcpy(colour.data(), &word, sizeof word);
-          return colour;
-        },
-        out + 3 * static_cast<size_t>(start));
-  }
-}
+// Colours the `count` float values from `values` through the slots into `out`, 3 bytes each
+// (nothing at or past out + 3 x count is touched). With AVX2 eight at a time: slot, gather of its
+// word and packing in one loop, split slots and a last group of fewer than eight one by one.
+void ColourBlockBySlots(const float* values, int count, const LinearSlots& slots, uint8_t* out,
+                        bool onlyNanInvalid = false);
 
 // Below this many pixels building the slots costs more than the divisions it saves.
 inline constexpr int kLinearSlotsMinPixels = 1 << 16;

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/cpu_features.h"
 #include "range/linear_mapping.h"
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
@@ -155,22 +156,29 @@ std::vector<float> ProbeValues(float lo, float hi, std::mt19937_64& random) {
 }
 
 // Colours `values` through the slots and compares every pixel with the reference; the byte after
-// the last colour must stay untouched.
+// the last colour must stay untouched. Both variants, the AVX2 loop (where the processor has it)
+// and the baseline, and a few odd lengths for the groups of fewer than eight.
 void ExpectSlotsMatch(const std::vector<float>& values, const LinearSlots& slots, float lo,
                       float hi, const ColourTable& table) {
-  const size_t n = values.size();
-  std::vector<uint8_t> out(3 * n + 1, 0xA5);
-  ColourBlockBySlots(values.data(), static_cast<int>(n), slots, out.data());
-  size_t failures = 0;
-  for (size_t i = 0; i < n; ++i) {
-    const ColourEntry expected = RefColour(values[i], lo, hi, table);
-    const ColourEntry got = {out[3 * i], out[3 * i + 1], out[3 * i + 2]};
-    if (got != expected && failures++ < 5) {
-      ADD_FAILURE() << "value " << values[i] << " (bits " << std::hex << Bits(values[i]) << std::dec
-                    << ") bounds " << lo << ", " << hi << ": entry " << RefEntry(values[i], lo, hi);
+  for (const bool baseline : {false, true}) {
+    Avx2DisabledForTesting() = baseline;
+    for (const size_t n : {values.size(), std::min<size_t>(values.size(), 13), size_t{1}}) {
+      std::vector<uint8_t> out(3 * n + 1, 0xA5);
+      ColourBlockBySlots(values.data(), static_cast<int>(n), slots, out.data());
+      size_t failures = 0;
+      for (size_t i = 0; i < n; ++i) {
+        const ColourEntry expected = RefColour(values[i], lo, hi, table);
+        const ColourEntry got = {out[3 * i], out[3 * i + 1], out[3 * i + 2]};
+        if (got != expected && failures++ < 5) {
+          ADD_FAILURE() << (baseline ? "baseline" : "dispatched") << " value " << values[i]
+                        << " (bits " << std::hex << Bits(values[i]) << std::dec << ") bounds " << lo
+                        << ", " << hi << ": entry " << RefEntry(values[i], lo, hi);
+        }
+      }
+      EXPECT_EQ(out[3 * n], 0xA5);
     }
   }
-  EXPECT_EQ(out[3 * n], 0xA5);
+  Avx2DisabledForTesting() = false;
 }
 
 TEST(LinearFastPaths, SlotsEqualTheDivisionNearEveryThreshold) {
