@@ -196,16 +196,16 @@ struct OrderedCode {
 };
 
 // The first code in [first, end) whose value satisfies a predicate that is false then true over
-// the codes, or end.
-template <typename T, typename Pred>
-typename OrderedCode<T>::Code FirstCodeWhere(typename OrderedCode<T>::Code first,
-                                             typename OrderedCode<T>::Code end, Pred pred) {
-  using Code = typename OrderedCode<T>::Code;
+// the codes, or end; Codes maps values to ordered codes and back.
+template <typename T, typename Codes = OrderedCode<T>, typename Pred>
+typename Codes::Code FirstCodeWhere(typename Codes::Code first, typename Codes::Code end,
+                                    Pred pred) {
+  using Code = typename Codes::Code;
   Code lo = first;
   Code hi = end;
   while (lo < hi) {
     const Code mid = lo + (hi - lo) / 2;
-    if (pred(OrderedCode<T>::At(mid))) {
+    if (pred(Codes::At(mid))) {
       hi = mid;
     } else {
       lo = mid + 1;
@@ -879,22 +879,6 @@ struct SearchCode {
   }
 };
 
-// The first code in [first, end) whose value satisfies a predicate that is false then true over
-// those codes, or end.
-template <typename T, typename Pred>
-typename SearchCode<T>::Code FirstSearchCode(typename SearchCode<T>::Code first,
-                                             typename SearchCode<T>::Code end, Pred pred) {
-  while (first < end) {
-    const auto mid = first + (end - first) / 2;
-    if (pred(SearchCode<T>::At(mid))) {
-      end = mid;
-    } else {
-      first = mid + 1;
-    }
-  }
-  return first;
-}
-
 }  // namespace
 
 template <typename T>
@@ -1041,10 +1025,10 @@ std::vector<double> EqualisedEntryStarts(const T* data, int n, const PixelSummar
     using Code = typename C::Code;
     const Code all = C::Of(std::numeric_limits<T>::lowest());
     const Code allEnd = C::Of(std::numeric_limits<T>::max()) + 1;
-    const Code first =
-        FirstSearchCode<T>(all, allEnd, [low](T v) { return static_cast<double>(v) >= low; });
-    const Code end =
-        FirstSearchCode<T>(first, allEnd, [high](T v) { return static_cast<double>(v) >= high; });
+    const Code first = FirstCodeWhere<T, SearchCode<T>>(
+        all, allEnd, [low](T v) { return static_cast<double>(v) >= low; });
+    const Code end = FirstCodeWhere<T, SearchCode<T>>(
+        first, allEnd, [high](T v) { return static_cast<double>(v) >= high; });
     // Bin b holds the codes [binStart[b], binStart[b + 1]) of [low, high).
     std::vector<Code> binStart(static_cast<size_t>(binCount) + 1, end);
     auto binOf = [&](T raw) {
@@ -1052,8 +1036,8 @@ std::vector<double> EqualisedEntryStarts(const T* data, int n, const PixelSummar
                                       s.binCount);
     };
     for (int b = 0; b < binCount; ++b) {
-      binStart[b] = FirstSearchCode<T>(b == 0 ? first : binStart[b - 1], end,
-                                       [&](T v) { return binOf(v) >= b; });
+      binStart[b] = FirstCodeWhere<T, SearchCode<T>>(b == 0 ? first : binStart[b - 1], end,
+                                                     [&](T v) { return binOf(v) >= b; });
     }
     // A 32-bit 0 is no measurement; the next value of the bin has its entry or a later one.
     auto measured = [](Code at, Code to) {
@@ -1073,7 +1057,7 @@ std::vector<double> EqualisedEntryStarts(const T* data, int n, const PixelSummar
         starts[static_cast<size_t>(entry)] = firstValue;
       Code at = from;
       for (int entry = atFirst + 1; entry <= atLast; ++entry) {
-        at = FirstSearchCode<T>(at, to, [&](T v) { return entryOf(v) >= entry; });
+        at = FirstCodeWhere<T, SearchCode<T>>(at, to, [&](T v) { return entryOf(v) >= entry; });
         starts[static_cast<size_t>(entry)] = static_cast<double>(C::At(measured(at, to)));
       }
       above = atFirst;
