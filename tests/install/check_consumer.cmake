@@ -26,6 +26,10 @@ run_step("run consumer" ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${WORK
 if(NOT step_output MATCHES "rainbow top: 0 3 255")
   message(FATAL_ERROR "consumer printed an unexpected answer:\n${step_output}")
 endif()
+# The tables, colourings and colour bar through the installed headers.
+if(NOT step_output MATCHES "extensions: bar [0-9]+x[0-9]+, picture [0-9]+x[0-9]+")
+  message(FATAL_ERROR "consumer did not reach the colourings and colour bars:\n${step_output}")
+endif()
 # 灰度 from the installed Simplified Chinese table.
 if(NOT step_output MATCHES "grey in Chinese: 7070 5ea6")
   message(FATAL_ERROR "consumer did not read the installed string table:\n${step_output}")

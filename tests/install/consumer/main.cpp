@@ -1,13 +1,74 @@
-// A program outside the library's tree: one header, one colour query, one platform type.
+// A program outside the library's tree: one colour query, one platform type, and one call of each
+// kind of the library's own API beyond KivLUTSetting, through the installed headers.
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
+#include "KivColorBar.h"
+#include "KivColorTable.h"
+#include "KivColoring.h"
 #include "KivLUTSetting.h"
 #include "KivMultiLanguage.h"
 #ifdef CONSUMER_HAS_DIALOG
 #include "KivLUTSettingDlg.h"
 #endif
+
+namespace {
+
+bool Failed(const char* what, long status) {
+  if (status == KIVMV::KIV_EXT_OK) return false;
+  std::printf("%s failed: %s\n", what, KIVMV::KivExtStatusName(status));
+  return true;
+}
+
+// A table by name and one from stops, a 4 x 3 float image with a hole coloured through each, two
+// normals, and a colour bar attached to a picture.
+bool ExtensionsWork() {
+  KIVMV::KivColorTable viridis, custom;
+  if (Failed("ByName", KIVMV::KivColorTable::ByName("viridis", &viridis)) ||
+      Failed("FromStops", KIVMV::KivColorTable::FromStops(
+                              {{0.0, {0, 0, 0}}, {1.0, {255, 255, 255}}}, &custom))) {
+    return false;
+  }
+  KIVMV::KivRangeImage image(4, 3, KIVMV::KivDataType(5));
+  float* heights = image.Ptr<float>();
+  for (int i = 0; i < 12; ++i) heights[i] = static_cast<float>(i);
+  heights[5] = std::numeric_limits<float>::quiet_NaN();
+  KIVMV::KivColoringOptions options;
+  options.mode = KIVMV::KivColoringMode::kEqualised;
+  KIVMV::KivColorArray colours;
+  KIVMV::KivColoringInfo info;
+  if (Failed("KivColorRangeImage",
+             KIVMV::KivColorRangeImage(image, viridis, options, &colours, &info)) ||
+      Failed("KivColorRangeImage from stops",
+             KIVMV::KivColorRangeImage(image, custom, KIVMV::KivColoringOptions{}, &colours))) {
+    return false;
+  }
+  if (info.validCount != 11 || info.noDataCount != 1) {
+    std::puts("KivColorRangeImage counted the hole wrongly");
+    return false;
+  }
+  KIVMV::KivVector3dArray normals;
+  normals.SetSize(2);
+  normals[0] = KIVMV::KivVector3d(0.0f, 0.0f, 1.0f);
+  KIVMV::KivColorArray normalColours;
+  if (Failed("KivColorNormalMap", KIVMV::KivColorNormalMap(normals, &normalColours))) {
+    return false;
+  }
+  KIVMV::KivColorBarOptions barOptions;
+  cv::Mat bar, picture;
+  if (Failed("KivDrawColorBar", KIVMV::KivDrawColorBar(viridis, info, barOptions, &bar)) ||
+      Failed("KivAttachColorBar",
+             KIVMV::KivAttachColorBar(colours, 4, 3, bar, barOptions, &picture))) {
+    return false;
+  }
+  std::printf("extensions: bar %dx%d, picture %dx%d\n", bar.cols, bar.rows, picture.cols,
+              picture.rows);
+  return !bar.empty() && picture.cols > bar.cols;
+}
+
+}  // namespace
 
 int main() {
   KIVMV::KivLUTSetting lut;
@@ -22,6 +83,7 @@ int main() {
     return 1;
   }
   std::printf("rainbow top: %d %d %d\n", colour[0], colour[1], colour[2]);
+  if (!ExtensionsWork()) return 1;
 
   // The string tables installed beside the libraries, found without being told where.
   unsetenv("KIV_LANG_DIR");
