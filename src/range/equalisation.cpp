@@ -585,13 +585,14 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
   const T last = O::At(end - 1);
   const RunIndex<T> index(runs, lowest, last, kHistogramCells);
   const size_t runCount = runs.result.size();
-  // Four tallies in turn, so that neighbouring pixels of one run do not wait on each other's
-  // increment.
+  // Eight tallies in turn, so that nearby pixels of one run do not wait on each other's increment
+  // (with four, a store-to-load round trip every four pixels still bounded the loop).
+  constexpr size_t kTallies = 8;
   using Counts = std::vector<uint32_t>;
   const Counts counts = tbb::parallel_reduce(
       tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
       [&](const tbb::blocked_range<int>& range, Counts part) {
-        Counts tally(4 * runCount, 0);
+        Counts tally(kTallies * runCount, 0);
         uint32_t* const lanes = tally.data();
         const auto lookup = index.view();
         const T from = lowest;
@@ -602,14 +603,13 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
           lookup.CellsOf(data + block, count, from, to, cells);
           for (int k = 0; k < count; ++k) {
             if (cells[k] >= 0) {
-              ++lanes[static_cast<size_t>(k & 3) * runCount +
+              ++lanes[static_cast<size_t>(k % kTallies) * runCount +
                       static_cast<size_t>(lookup.RunIn(data[block + k], cells[k]))];
             }
           }
         }
         for (size_t j = 0; j < runCount; ++j) {
-          part[j] +=
-              tally[j] + tally[runCount + j] + tally[2 * runCount + j] + tally[3 * runCount + j];
+          for (size_t lane = 0; lane < kTallies; ++lane) part[j] += tally[lane * runCount + j];
         }
         return part;
       },
