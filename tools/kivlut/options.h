@@ -58,14 +58,14 @@ struct Options {
   bool equalizeGrey = false;                            // grey --equalize
 
   // equalize, linear: through the API beyond KivLUTSetting (KivColoring.h) unless --exact
-  std::string tableName;           // --map viridis|magma|inferno|plasma|cividis|turbo|twilight,
-                                   // lower case; empty: the table of mapType
-  bool reverse = false;            // --reverse
-  std::optional<Rgb> invalid;      // --invalid R,G,B: the no-data colour
-  bool transparent = false;        // --transparent: alpha 0 on no-data
-  bool colorbar = false;           // --colorbar
-  std::string unit;                // --unit TEXT, written on the colour bar and in --json
-  bool exact = false;              // --exact: KivLUTSetting's output bytes unchanged
+  std::string tableName;       // --map viridis|magma|inferno|plasma|cividis|turbo|twilight,
+                               // lower case; empty: the table of mapType
+  bool reverse = false;        // --reverse
+  std::optional<Rgb> invalid;  // --invalid R,G,B: the no-data colour
+  bool transparent = false;    // --transparent: alpha 0 on no-data
+  bool colorbar = false;       // --colorbar
+  std::string unit;            // --unit TEXT, written on the colour bar and in --json
+  bool exact = false;          // --exact: KivLUTSetting's output bytes unchanged
 
   // output and inputs
   bool json = false;       // --json: one JSON object per file on standard output, nothing else
