@@ -15,6 +15,10 @@ KIVLUT_PACKAGES=(
   libclang-rt-14-dev llvm-14
 )
 
+# Only the test command needs these: the gallery test opens the demo's index.html in headless
+# Chromium through chromedriver and Selenium.
+KIVLUT_BROWSER_PACKAGES=(chromium chromium-driver python3-selenium)
+
 # kivlut_install_packages PACKAGE...: installs those of the Debian packages that are missing.
 kivlut_install_packages() {
   local missing=()

@@ -18,6 +18,7 @@ for config in $configs; do
 done
 
 kivlut_install_dependencies
+kivlut_install_packages "${KIVLUT_BROWSER_PACKAGES[@]}"
 
 # Every test configuration builds the tests and the seams that let them make named stages fail.
 test_options="-DKIVLUT_BUILD_TESTS=ON -DKIVLUT_FAULT_INJECTION=ON"
