@@ -27,6 +27,7 @@
 #include "KivColorTable.h"
 #include "KivColoring.h"
 #include "KivLUTSetting.h"
+#include "demo_scene.h"
 #include "frame_io.h"
 #include "operations.h"
 #include "options.h"
@@ -707,6 +708,48 @@ TEST(KivlutPictures, RealFramesKeepNoDataInEveryMode) {
     }
   }
   if (tried == 0) GTEST_SKIP() << "no real frames in " << data;
+}
+
+}  // namespace
+}  // namespace kivlut
+
+namespace kivlut {
+namespace {
+
+// The demo's pictures under the published maps, as their options ask, on the demo's own scene.
+TEST(KivlutPictures, DemoSceneRendersUnderTheNewMapsAndWithAColourBar) {
+  const KivRangeImage scene = MakeMachinedPartsScene();
+  const cv::Mat pixels = scene.Mat();
+  const cv::Mat mask = NoDataMask(pixels);
+  ASSERT_GT(cv::countNonZero(mask), 0) << "the drilled hole is no-data";
+  struct Case {
+    Operation operation;
+    const char* table;
+    bool reverse;
+    bool percentile;
+    bool colorbar;
+  };
+  const Case cases[] = {{Operation::kEqualize, "viridis", false, false, false},
+                        {Operation::kLinear, "turbo", false, false, false},
+                        {Operation::kLinear, "magma", true, true, false},
+                        {Operation::kEqualize, "turbo", false, false, true}};
+  for (const Case& c : cases) {
+    Options o = Base(c.operation, 1);
+    o.axes.resolution = {0.1, 0.1, 0.001};
+    o.tableName = c.table;
+    o.reverse = c.reverse;
+    o.colorbar = c.colorbar;
+    o.unit = "mm";
+    if (c.percentile) o.percentile = std::make_pair(2.0, 98.0);
+    const OperationResult result = Picture(o, pixels);
+    ASSERT_TRUE(result.ok) << c.table;
+    if (c.colorbar) {
+      EXPECT_GT(result.picture.cols, pixels.cols) << c.table;
+    } else {
+      EXPECT_EQ(result.picture.size(), pixels.size()) << c.table;
+      EXPECT_EQ(WrongNoDataPixels(result.picture, mask, KIVMV::kKivNeutralNoData), 0) << c.table;
+    }
+  }
 }
 
 }  // namespace
