@@ -53,6 +53,10 @@ TEST(GalleryCommands, CommandsCoverEveryMapUnderEveryMapping) {
     if (o.segmented) variant += " segmented";
     if (o.light) variant += " light";
     if (o.equalizeGrey) variant += " equalize";
+    if (!o.tableName.empty()) variant += " " + o.tableName;
+    if (o.reverse) variant += " reverse";
+    if (o.invalid) variant += " invalid";
+    if (o.colorbar) variant += " colorbar";
     seen[variant].insert(o.mapType);
   }
   const std::set<int> allMaps = {0, 1, 2, 3, 4, 5, 6};
@@ -63,8 +67,11 @@ TEST(GalleryCommands, CommandsCoverEveryMapUnderEveryMapping) {
     EXPECT_EQ(seen[variant], allMaps) << variant;
   }
   EXPECT_EQ(seen["scale auto"], (std::set<int>{1, 2, 3, 4, 5, 6}));
-  for (const char* variant : {"scale values", "scale auto legend", "scale auto segmented",
-                              "normals", "shade", "shade light", "blend", "equalize raw"}) {
+  for (const char* variant :
+       {"scale values", "scale auto legend", "scale auto segmented", "normals", "shade",
+        "shade light", "blend", "equalize raw", "equalize viridis", "linear turbo",
+        "linear percentile magma reverse", "equalize turbo colorbar",
+        "linear bounds cividis invalid colorbar"}) {
     EXPECT_EQ(seen[variant].size(), 1u) << variant;
   }
 }

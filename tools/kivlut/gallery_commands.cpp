@@ -106,9 +106,28 @@ std::vector<GalleryCommand> GalleryCommands() {
   commands.push_back(
       {"rainbow, the four value segments, each equalised",
        Command("scale", "rainbow", {"--auto", "--segmented"}, "scale_segmented_rainbow.png")});
+  // Published maps beyond KivLUTSetting's seven, through KivColoring.h: a few, to keep the demo
+  // quick; holes take the map's neutral grey.
+  commands.push_back({"viridis, equalised over the measured heights",
+                      Command("equalize", "viridis", {}, "equalize_viridis.png")});
+  commands.push_back({"turbo, linear between the measured minimum and maximum",
+                      Command("linear", "turbo", {}, "linear_turbo.png")});
+  commands.push_back({"magma reversed, linear between the 2nd and the 98th percentile",
+                      Command("linear", "magma", {"--reverse", "--percentile", "2", "98"},
+                              "linear_percentile_magma_r.png")});
   commands.push_back(
-      {"surface normals: x, y, z as red, green, blue; a missing normal blackens its "
-       "position in every work chunk",
+      {"turbo, equalised, with its colour bar in millimetres: the ticks sit where those heights "
+       "landed",
+       Command("equalize", "turbo", {"--colorbar", "--unit", "mm"},
+               "equalize_colorbar_turbo.png")});
+  commands.push_back(
+      {"cividis, linear between 19 and 27 mm, holes magenta, with its colour bar",
+       Command("linear", "cividis",
+               {"--bounds", "19", "27", "--invalid", "255,0,255", "--colorbar", "--unit", "mm"},
+               "linear_colorbar_cividis.png")});
+  commands.push_back(
+      {"surface normals: x, y, z as red, green, blue; missing normals and holes "
+       "black",
        Command("normals", "", {}, "normals.png")});
   commands.push_back({"rainbow, equalised and lit: light above a corner, eye above the centre",
                       Command("shade", "rainbow", {}, "shade_rainbow.png")});

@@ -8,6 +8,10 @@
 #include <sstream>
 
 #include "Kiv3DDataConvert.h"
+#include "Kiv3DDataOperation.h"
+#include "KivColorBar.h"
+#include "KivColorTable.h"
+#include "KivColoring.h"
 #include "frame_io.h"
 
 namespace kivlut {
@@ -15,8 +19,12 @@ namespace {
 
 using KIVMV::KivColor;
 using KIVMV::KivColorArray;
+using KIVMV::KivColoringInfo;
+using KIVMV::KivColoringOptions;
+using KIVMV::KivColorTable;
 using KIVMV::KivLUTSetting;
 using KIVMV::KivRangeImage;
+using KIVMV::KivRgb;
 
 OperationResult Failure(std::string error, long status = KIVMV::LUT_OK) {
   OperationResult result;
@@ -28,6 +36,11 @@ OperationResult Failure(std::string error, long status = KIVMV::LUT_OK) {
 std::string StatusText(long status, const char* method) {
   return std::string(KIVMV::KivLUTStatusName(status)) + " (" + std::to_string(status) + ") from " +
          method;
+}
+
+std::string ExtStatusText(long status, const char* function) {
+  return std::string(KIVMV::KivExtStatusName(status)) + " (" + std::to_string(status) + ") from " +
+         function;
 }
 
 std::string Number(double value) {
@@ -69,8 +82,10 @@ bool ConvertHeights(KivRangeImage& image, KIVMV::KivDataType type, KivRangeImage
   return true;
 }
 
-// Minimum, maximum and count of the valid heights, by the platform's validity rule.
-bool MeasureHeights(KivRangeImage& image, MappingStats* stats, std::string* error) {
+// Minimum, maximum and count of the valid heights, by the platform's validity rule, and which
+// pixels are no-data (255 in `noData`).
+bool MeasureHeights(KivRangeImage& image, MappingStats* stats, cv::Mat* noData,
+                    std::string* error) {
   KivRangeImage heights;
   if (!ConvertHeights(image, KIVMV::KIV_DATA_F64, &heights, error)) return false;
   const double* values = heights.Ptr<double>();
@@ -79,9 +94,14 @@ bool MeasureHeights(KivRangeImage& image, MappingStats* stats, std::string* erro
   stats->valid = 0;
   stats->minimum = 0.0;
   stats->maximum = 0.0;
+  *noData = cv::Mat(heights.Height(), heights.Width(), CV_8UC1, cv::Scalar(0));
+  uint8_t* marks = noData->ptr<uint8_t>();
   for (size_t i = 0; i < count; ++i) {
     const double v = values[i];
-    if (v == -DBL_MAX) continue;
+    if (v == -DBL_MAX) {
+      marks[i] = 255;
+      continue;
+    }
     if (stats->valid == 0 || v < stats->minimum) stats->minimum = v;
     if (stats->valid == 0 || v > stats->maximum) stats->maximum = v;
     ++stats->valid;
@@ -140,6 +160,10 @@ struct RangeContext {
   KivLUTSetting lut;
   KivColorArray colours;
   OperationResult result;
+  cv::Mat noData;  // 255 where the input pixel is no-data
+  KivColorTable table;
+  std::optional<KivColoringInfo> info;  // when the colouring went through KivColoring.h
+  bool boundsMeasured = true;           // the colouring used no colour below or above its bounds
 };
 
 bool Refused(long status, const char* method, OperationResult* result) {
@@ -149,27 +173,157 @@ bool Refused(long status, const char* method, OperationResult* result) {
   return true;
 }
 
+bool ExtRefused(long status, const char* function, OperationResult* result) {
+  if (status == KIVMV::KIV_EXT_OK) return false;
+  result->status = status;
+  result->error = ExtStatusText(status, function);
+  return true;
+}
+
+uint8_t Byte(int value) { return static_cast<uint8_t>(std::clamp(value, 0, 255)); }
+
+KivRgb ToKivRgb(const Rgb& rgb) { return KivRgb{Byte(rgb.red), Byte(rgb.green), Byte(rgb.blue)}; }
+
+// Whether the picture needs the API beyond KivLUTSetting: a table or a rendering KivLUTSetting's
+// methods do not offer.
+bool UsesColouringOptions(const Options& o) {
+  return !o.tableName.empty() || o.reverse || o.invalid.has_value() || o.transparent || o.colorbar;
+}
+
+// The table of the picture: by name, else KivLUTSetting's table of the map number; reversed and
+// with the chosen no-data colour when asked.
+bool ChooseTable(const Options& o, KivColorTable* table, std::string* error) {
+  if (!o.tableName.empty()) {
+    if (KivColorTable::ByName(o.tableName, table) != KIVMV::KIV_EXT_OK) {
+      *error = "--map: no colour table is called \"" + o.tableName + "\"";
+      return false;
+    }
+  } else {
+    *table = KivColorTable::Described(o.mapType);
+  }
+  if (o.reverse) *table = table->Reversed();
+  if (o.invalid) table->SetNoDataColor(ToKivRgb(*o.invalid));
+  return true;
+}
+
+// The options that KivLUTSetting's own methods cannot honour for this operation, as a sentence,
+// or empty.
+std::string UnsupportedOptions(const Options& o) {
+  const bool mapping = o.operation == Operation::kEqualize || o.operation == Operation::kLinear;
+  const bool range = mapping || o.operation == Operation::kScale ||
+                     o.operation == Operation::kNormals || o.operation == Operation::kShade;
+  if (!range && UsesColouringOptions(o)) {
+    return std::string(OperationName(o.operation)) +
+           " keeps KivLUTSetting's pictures: named maps such as viridis, --reverse, --invalid, "
+           "--transparent and --colorbar are for the range operations";
+  }
+  if (o.exact && UsesColouringOptions(o)) {
+    return "--exact gives KivLUTSetting's own pictures: it cannot be combined with a named map "
+           "such as viridis, --reverse, --invalid, --transparent or --colorbar";
+  }
+  if (!mapping && (!o.tableName.empty() || o.reverse || o.colorbar)) {
+    return std::string(OperationName(o.operation)) +
+           " keeps KivLUTSetting's tables: named maps such as viridis, --reverse and --colorbar "
+           "are for equalize and linear";
+  }
+  if (o.indexRange && (!o.tableName.empty() || o.reverse || o.colorbar)) {
+    return "--index places KivLUTSetting's table on part of the scale: it cannot be combined "
+           "with a named map such as viridis, --reverse or --colorbar";
+  }
+  return "";
+}
+
+void SetBounds(MappingStats* stats, double low, double high, const char* origin) {
+  stats->low = low;
+  stats->high = high;
+  stats->bounds = Range(low, high, origin);
+}
+
+// Statistics and bounds as the colouring measured and used them. Given bounds are shown as given:
+// the raw unit KivLUTSetting adds to the upper one on integer images is its own affair.
+void TakeInfo(const KivColoringInfo& info, const Options& o, MappingStats* stats) {
+  stats->valid = info.validCount;
+  if (info.validCount > 0) {
+    stats->minimum = info.minimum;
+    stats->maximum = info.maximum;
+  }
+  if (o.percentile && o.operation == Operation::kLinear && !o.asArray) {
+    SetBounds(stats, info.low, info.high, "percentiles");
+  } else if (o.bounds) {
+    SetBounds(stats, o.bounds->first, o.bounds->second, "given");
+  } else {
+    SetBounds(stats, info.low, info.high, "measured");
+  }
+}
+
+KivColoringOptions ColouringOptionsOf(const Options& o, KIVMV::KivColoringMode mode) {
+  KivColoringOptions co;
+  co.mode = mode;
+  if (mode == KIVMV::KivColoringMode::kLinear && o.percentile && !o.asArray) {
+    co.bounds = KIVMV::KivBoundsSource::kPercentile;
+    co.lowPercentile = o.percentile->first;
+    co.highPercentile = o.percentile->second;
+  } else if (o.bounds) {
+    co.bounds = KIVMV::KivBoundsSource::kGiven;
+    co.low = o.bounds->first;
+    co.high = o.bounds->second;
+  }
+  if (o.invalid) co.noDataColor = ToKivRgb(*o.invalid);
+  co.channels = o.transparent ? 4 : 3;
+  return co;
+}
+
+// equalize and linear through KivColoring.h: the range image itself, or its heights as a flat
+// float array for --array.
+bool ColourWithOptions(RangeContext& c, KIVMV::KivColoringMode mode) {
+  const Options& o = c.options;
+  const KivColoringOptions co = ColouringOptionsOf(o, mode);
+  KivColoringInfo info;
+  if (o.asArray) {
+    KivRangeImage heights;
+    if (!ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) return false;
+    if (ExtRefused(KIVMV::KivColorFloatArray(FloatArrayOf(heights), c.table, co, &c.colours, &info),
+                   "KivColorFloatArray", &c.result)) {
+      return false;
+    }
+  } else if (ExtRefused(KIVMV::KivColorRangeImage(c.image, c.table, co, &c.colours, &info),
+                        "KivColorRangeImage", &c.result)) {
+    return false;
+  }
+  c.boundsMeasured = co.bounds == KIVMV::KivBoundsSource::kMeasured;
+  c.info = info;
+  TakeInfo(info, o, &c.result.stats);
+  return true;
+}
+
 bool RunEqualize(RangeContext& c) {
   const Options& o = c.options;
+  MappingStats& stats = c.result.stats;
+  if (!o.exact && !o.indexRange && UsesColouringOptions(o)) {
+    return ColourWithOptions(c, KIVMV::KivColoringMode::kEqualised);
+  }
   if (o.asArray) {
     KivRangeImage heights;
     if (!ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) return false;
     KIVMV::Kiv3DFloatArray values = FloatArrayOf(heights);
-    const float low = static_cast<float>(o.bounds ? o.bounds->first : c.result.stats.minimum);
-    const float high = static_cast<float>(o.bounds ? o.bounds->second : c.result.stats.maximum);
-    c.result.stats.bounds = Range(low, high, o.bounds ? "given, narrowed to the data" : "measured");
+    const float low = static_cast<float>(o.bounds ? o.bounds->first : stats.minimum);
+    const float high = static_cast<float>(o.bounds ? o.bounds->second : stats.maximum);
+    stats.bounds = Range(low, high, o.bounds ? "given, narrowed to the data" : "measured");
+    // SetColorLUT narrows given bounds to the valid values.
+    stats.low = stats.valid > 0 ? std::max<double>(low, stats.minimum) : low;
+    stats.high = stats.valid > 0 ? std::min<double>(high, stats.maximum) : high;
     return !Refused(c.lut.SetColorLUT(values, low, high, o.mapType, &c.colours), "SetColorLUT",
                     &c.result);
   }
   long status;
   if (!o.bounds) {
-    c.result.stats.bounds = Range(c.result.stats.minimum, c.result.stats.maximum, "measured");
+    SetBounds(&stats, stats.minimum, stats.maximum, "measured");
     status = c.lut.ColorMapLUT(c.image, o.mapType, &c.colours);
   } else if (!o.indexRange) {
-    c.result.stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    SetBounds(&stats, o.bounds->first, o.bounds->second, "given");
     status = c.lut.ColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second, &c.colours);
   } else {
-    c.result.stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    SetBounds(&stats, o.bounds->first, o.bounds->second, "given");
     status =
         c.lut.ColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second,
                           o.indexRange->first, o.indexRange->second, SwappedLibraryColour(o.below),
@@ -178,30 +332,46 @@ bool RunEqualize(RangeContext& c) {
   return !Refused(status, "ColorMapLUT", &c.result);
 }
 
+// A height in physical units as the nearest raw value of an integer image, within int.
+int RawValueOf(double height, const KivRangeImage& image) {
+  const double resolution = image.ResolutionZ();
+  const double raw = resolution != 0.0 ? height / resolution + image.OffsetZ() : image.OffsetZ();
+  return static_cast<int>(std::lround(std::clamp(raw, -2147483648.0, 2147483647.0)));
+}
+
+double HeightOf(int raw, const KivRangeImage& image) {
+  return (raw - image.OffsetZ()) * image.ResolutionZ();
+}
+
 bool RunLinear(RangeContext& c) {
   const Options& o = c.options;
   MappingStats& stats = c.result.stats;
+  // KivLUTSetting's fraction bounds paint no-data like the nearest heights, so outside --exact the
+  // percentile form goes through KivColoring.h, which keeps it no-data.
+  const bool percentile = o.percentile && !o.asArray;
+  if (!o.exact && !o.indexRange && (UsesColouringOptions(o) || percentile)) {
+    return ColourWithOptions(c, KIVMV::KivColoringMode::kLinear);
+  }
   if (o.asArray) {
     if (IsIntegerType(c.image.DataType())) {
       KIVMV::Kiv3DIntArray values = IntArrayOf(c.image);
-      // The flat integer form knows no markers: measured bounds are the raw values of the valid
-      // extremes, so holes (markers lie below every valid value) fall below and come out black.
+      // The flat integer form knows neither markers nor units: bounds, given or measured, become
+      // the nearest raw values, so that --bounds speaks the same unit as --stats.
       int low = 0;
       int high = 0;
       if (o.bounds) {
-        low = static_cast<int>(std::clamp(o.bounds->first, -2147483648.0, 2147483647.0));
-        high = static_cast<int>(std::clamp(o.bounds->second, -2147483648.0, 2147483647.0));
+        low = RawValueOf(o.bounds->first, c.image);
+        high = RawValueOf(o.bounds->second, c.image);
       } else if (stats.valid > 0) {
-        const double scale = c.image.ResolutionZ();
-        const double offset = c.image.OffsetZ();
-        const double a = scale != 0.0 ? stats.minimum / scale + offset : offset;
-        const double b = scale != 0.0 ? stats.maximum / scale + offset : offset;
-        low =
-            static_cast<int>(std::lround(std::clamp(std::min(a, b), -2147483648.0, 2147483647.0)));
-        high =
-            static_cast<int>(std::lround(std::clamp(std::max(a, b), -2147483648.0, 2147483647.0)));
+        const int a = RawValueOf(stats.minimum, c.image);
+        const int b = RawValueOf(stats.maximum, c.image);
+        low = std::min(a, b);
+        high = std::max(a, b);
       }
-      stats.bounds = Range(low, high, o.bounds ? "given, raw values" : "measured, raw values");
+      stats.low = HeightOf(low, c.image);
+      stats.high = HeightOf(high, c.image);
+      stats.bounds = Range(stats.low, stats.high,
+                           o.bounds ? "given, nearest raw values" : "measured, raw values");
       return !Refused(c.lut.ColorMapLUT(values, o.mapType, low, high, &c.colours), "ColorMapLUT",
                       &c.result);
     }
@@ -210,19 +380,17 @@ bool RunLinear(RangeContext& c) {
     KIVMV::Kiv3DFloatArray values = FloatArrayOf(heights);
     const float low = static_cast<float>(o.bounds ? o.bounds->first : stats.minimum);
     const float high = static_cast<float>(o.bounds ? o.bounds->second : stats.maximum);
-    stats.bounds = Range(low, high, o.bounds ? "given" : "measured");
+    SetBounds(&stats, low, high, o.bounds ? "given" : "measured");
     return !Refused(c.lut.LinearSetColorLUT(values, low, high, o.mapType, &c.colours),
                     "LinearSetColorLUT", &c.result);
   }
   long status;
   if (o.percentile) {
-    // The percentile form reads float pixels as they are. Other images, and float ones with a
-    // scale, go through float heights first, so the percentiles are heights; a float image in
-    // its own units is passed unchanged, infinities and all, so it keeps the library's result.
+    // The percentile form reads float pixels as they are, so other images go through float
+    // heights first and the percentiles are heights.
     KivRangeImage heights = c.image;
-    const bool plainFloat = c.image.DataType() == KIVMV::KIV_DATA_F32 &&
-                            c.image.ResolutionZ() == 1.0 && c.image.OffsetZ() == 0.0;
-    if (!plainFloat && !ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) {
+    if (c.image.DataType() != KIVMV::KIV_DATA_F32 &&
+        !ConvertHeights(c.image, KIVMV::KIV_DATA_F32, &heights, &c.result.error)) {
       return false;
     }
     const double lower = o.percentile->first / 100.0;
@@ -230,17 +398,17 @@ bool RunLinear(RangeContext& c) {
     status = c.lut.LinearColorMapLUT(heights, &c.colours, o.mapType, upper, lower);
     if (status == KIVMV::LUT_OK) {
       const auto bounds = PercentileBounds(heights, upper, lower);
-      stats.bounds = Range(bounds.first, bounds.second, "percentiles");
+      SetBounds(&stats, bounds.first, bounds.second, "percentiles");
     }
   } else if (!o.bounds) {
-    stats.bounds = Range(stats.minimum, stats.maximum, "measured");
+    SetBounds(&stats, stats.minimum, stats.maximum, "measured");
     status = c.lut.LinearColorMapLUT(c.image, o.mapType, &c.colours);
   } else if (!o.indexRange) {
-    stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    SetBounds(&stats, o.bounds->first, o.bounds->second, "given");
     status =
         c.lut.LinearColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second, &c.colours);
   } else {
-    stats.bounds = Range(o.bounds->first, o.bounds->second, "given");
+    SetBounds(&stats, o.bounds->first, o.bounds->second, "given");
     status = c.lut.LinearColorMapLUT(c.image, o.mapType, o.bounds->first, o.bounds->second,
                                      o.indexRange->first, o.indexRange->second,
                                      SwappedLibraryColour(o.below), SwappedLibraryColour(o.above),
@@ -294,6 +462,8 @@ bool RunScale(RangeContext& c) {
       return false;
     }
     c.result.stats.bounds = BreakValues(para, origin);
+    c.result.stats.low = para.value0;
+    c.result.stats.high = para.value4;
   }
   if (o.segmented || !o.legendPath.empty()) {
     KIVMV::LinearColorMapLUT_Para segmentPara = ScaleRecord(o);
@@ -313,6 +483,8 @@ bool RunScale(RangeContext& c) {
       c.colours = segmented;
       c.result.stats.bounds = o.automatic ? std::string("derived from the data (automatic)")
                                           : BreakValues(segmentPara, origin);
+      c.result.stats.low = o.automatic ? NAN : segmentPara.value0;
+      c.result.stats.high = o.automatic ? NAN : segmentPara.value4;
     }
   }
   return true;
@@ -349,12 +521,95 @@ bool RunShade(RangeContext& c) {
                   "SetColorNormalMap", &c.result);
 }
 
+// The normal map: KivLUTSetting's blackens one position in every work chunk, so outside --exact
+// the platform's normals go through KivColorNormalMap, which marks only the missing ones.
+bool RunNormals(RangeContext& c, KivRgb noData) {
+  if (c.options.exact) {
+    return !Refused(c.lut.SetColorNormalMapPhong(c.image, &c.colours), "SetColorNormalMapPhong",
+                    &c.result);
+  }
+  KIVMV::Kiv3DDataOperation operation;
+  KIVMV::KivVector3dArray normals;
+  const long status = operation.ComputeNormals(c.image, &normals, nullptr);
+  if (status != 0) {
+    c.result.status = status;
+    c.result.error = "the platform cannot compute the normals (status " + std::to_string(status) +
+                     ") for the normal map";
+    return false;
+  }
+  return !ExtRefused(KIVMV::KivColorNormalMap(normals, &c.colours, noData), "KivColorNormalMap",
+                     &c.result);
+}
+
+// No-data pixels in `noData` take `colour` (alpha 0 in a picture of four channels).
+void PaintNoData(const cv::Mat& noData, KivRgb colour, cv::Mat* picture) {
+  const cv::Scalar value = picture->channels() == 4 ? cv::Scalar(colour.b, colour.g, colour.r, 0)
+                                                    : cv::Scalar(colour.b, colour.g, colour.r);
+  picture->setTo(value, noData);
+}
+
+// Alpha 255 on data and 0 on no-data.
+cv::Mat WithAlpha(const cv::Mat& picture, const cv::Mat& noData) {
+  cv::Mat alpha;
+  cv::bitwise_not(noData, alpha);
+  std::vector<cv::Mat> planes;
+  cv::split(picture, planes);
+  planes.resize(3);
+  planes.push_back(alpha);
+  cv::Mat merged;
+  cv::merge(planes, merged);
+  return merged;
+}
+
+// The colour bar of the colouring beside the picture, in the input's physical units.
+bool AttachColourBar(RangeContext& c) {
+  if (!c.info || c.info->entryStart.empty()) {
+    c.result.error = "--colorbar: the frame has no valid height, so there is no scale to draw";
+    return false;
+  }
+  KIVMV::KivColorBarOptions bar;
+  bar.unit = c.options.unit;
+  // Measured bounds leave no value below or above them, so the caps would show unused colours.
+  bar.endCaps = !c.boundsMeasured;
+  bar.length = std::clamp(c.result.picture.rows * 3 / 4, 64, 2048);
+  cv::Mat drawn;
+  if (ExtRefused(KIVMV::KivDrawColorBar(c.table, *c.info, bar, &drawn), "KivDrawColorBar",
+                 &c.result)) {
+    return false;
+  }
+  cv::Mat attached;
+  if (ExtRefused(KIVMV::KivAttachColorBar(c.result.picture, drawn, bar, &attached),
+                 "KivAttachColorBar", &c.result)) {
+    return false;
+  }
+  c.result.picture = attached;
+  return true;
+}
+
 OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels) {
   std::string error;
   std::optional<KivRangeImage> image = ToRangeImage(pixels, options.axes, &error);
   if (!image) return Failure(error);
-  RangeContext c{options, *image, KivLUTSetting(), KivColorArray(), OperationResult()};
-  if (!MeasureHeights(c.image, &c.result.stats, &c.result.error)) return c.result;
+  RangeContext c{options,
+                 *image,
+                 KivLUTSetting(),
+                 KivColorArray(),
+                 OperationResult(),
+                 cv::Mat(),
+                 KivColorTable(),
+                 std::nullopt,
+                 true};
+  if (!ChooseTable(options, &c.table, &c.result.error)) return c.result;
+  const KIVMV::KivDataType type = c.image.DataType();
+  if ((type == KIVMV::KIV_DATA_F32 || type == KIVMV::KIV_DATA_F64) &&
+      (c.image.ResolutionZ() != 1.0 || c.image.OffsetZ() != 0.0)) {
+    // KivLUTSetting reads float pixels as they are, while --stats and --bounds speak the physical
+    // units the z resolution and offset give: such an image is coloured as its physical heights.
+    KivRangeImage heights;
+    if (!ConvertHeights(c.image, type, &heights, &c.result.error)) return c.result;
+    c.image = heights;
+  }
+  if (!MeasureHeights(c.image, &c.result.stats, &c.noData, &c.result.error)) return c.result;
   bool done = false;
   switch (options.operation) {
     case Operation::kEqualize:
@@ -367,8 +622,7 @@ OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels)
       done = RunScale(c);
       break;
     case Operation::kNormals:
-      done = !Refused(c.lut.SetColorNormalMapPhong(c.image, &c.colours), "SetColorNormalMapPhong",
-                      &c.result);
+      done = RunNormals(c, options.invalid ? ToKivRgb(*options.invalid) : KivRgb{0, 0, 0});
       break;
     case Operation::kShade:
       done = RunShade(c);
@@ -377,10 +631,23 @@ OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels)
       c.result.error = "not a range-image operation";
       break;
   }
-  if (done &&
-      ToPicture(c.colours, c.image.Width(), c.image.Height(), &c.result.picture, &c.result.error)) {
-    c.result.ok = true;
+  if (!done || !ToPicture(c.colours, c.image.Width(), c.image.Height(), &c.result.picture,
+                          &c.result.error)) {
+    return c.result;
   }
+  if (!options.exact) {
+    // KivLUTSetting's fraction bounds, float-array colourings, Phong lighting and normal map paint
+    // no-data otherwise; painting every no-data pixel again changes nothing where it did not.
+    const KivRgb noData = options.operation == Operation::kNormals
+                              ? (options.invalid ? ToKivRgb(*options.invalid) : KivRgb{0, 0, 0})
+                              : c.table.NoDataColor();
+    PaintNoData(c.noData, noData, &c.result.picture);
+    if (options.transparent && c.result.picture.channels() == 3) {
+      c.result.picture = WithAlpha(c.result.picture, c.noData);
+    }
+  }
+  if (options.colorbar && !AttachColourBar(c)) return c.result;
+  c.result.ok = true;
   return c.result;
 }
 
@@ -493,6 +760,8 @@ std::string FormatStats(const MappingStats& stats) {
 
 OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs) {
   try {
+    const std::string unsupported = UnsupportedOptions(options);
+    if (!unsupported.empty()) return Failure(unsupported);
     const size_t needed = options.operation == Operation::kBlend ? 2 : 1;
     if (inputs.size() != needed) {
       return Failure(std::string(OperationName(options.operation)) + " takes " +

@@ -1,6 +1,7 @@
 // One operation of kivlut applied to the pixels of one input (two for blend) through the library.
 #pragma once
 
+#include <cmath>
 #include <opencv2/core.hpp>
 #include <string>
 #include <vector>
@@ -16,11 +17,14 @@ struct MappingStats {
   long long valid = 0;  // valid pixels
   long long total = 0;  // all pixels
   std::string bounds;   // the bounds the mapping used, as text ("0.666 .. 1.731")
+  double low = NAN;
+  double high = NAN;
 };
 
 struct OperationResult {
   bool ok = false;
-  cv::Mat picture;  // 8-bit, blue first, the input's width and height
+  cv::Mat picture;  // 8-bit, blue first (BGRA with --transparent), the input's width and height,
+                    // wider or taller with --colorbar
   cv::Mat legend;   // scale --legend: the histogram chart
   MappingStats stats;
   long status = KIVMV::LUT_OK;  // the library's status when it refused
@@ -28,6 +32,9 @@ struct OperationResult {
 };
 
 // `inputs` are the pixels as read (ReadPixels); blend takes two, every other operation one.
+// Unless options.exact, a no-data pixel of a range input has the no-data colour in the picture
+// whatever KivLUTSetting's method paints there, and float heights are coloured in the same
+// physical units as --stats and --bounds speak.
 OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs);
 
 // The picture colour `rgb` as the KivColor the library's below/above arguments take: those
