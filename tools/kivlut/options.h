@@ -58,14 +58,14 @@ struct Options {
   bool equalizeGrey = false;                            // grey --equalize
 
   // equalize, linear: through the API beyond KivLUTSetting (KivColoring.h) unless --exact
-  std::string tableName;           // --map viridis|magma|inferno|plasma|cividis|turbo|twilight,
-                                   // lower case; empty: the table of mapType
-  bool reverse = false;            // --reverse
-  std::optional<Rgb> invalid;      // --invalid R,G,B: the no-data colour
-  bool transparent = false;        // --transparent: alpha 0 on no-data
-  bool colorbar = false;           // --colorbar
-  std::string unit;                // --unit TEXT, written on the colour bar and in --json
-  bool exact = false;              // --exact: KivLUTSetting's output bytes unchanged
+  std::string tableName;       // --map viridis|magma|inferno|plasma|cividis|turbo|twilight,
+                               // lower case; empty: the table of mapType
+  bool reverse = false;        // --reverse
+  std::optional<Rgb> invalid;  // --invalid R,G,B: the no-data colour
+  bool transparent = false;    // --transparent: alpha 0 on no-data
+  bool colorbar = false;       // --colorbar
+  std::string unit;            // --unit TEXT, written on the colour bar and in --json
+  bool exact = false;          // --exact: KivLUTSetting's output bytes unchanged
 
   // output and inputs
   bool json = false;       // --json: one JSON object per file on standard output, nothing else
@@ -96,6 +96,10 @@ struct ParsedCommandLine {
 
 // args excludes the program name.
 ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args);
+
+// What a run of these options should be told about though it is not wrong ("only --resolution-z
+// is set ..."), one line each.
+std::vector<std::string> CommandLineWarnings(const Options& options);
 
 // The man-style usage text printed by --help.
 std::string UsageText();
