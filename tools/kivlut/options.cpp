@@ -328,9 +328,8 @@ const std::vector<OptionEntry>& OptionTable() {
        "read inputs as headerless little-endian pixels, TYPE one of\nu8 s8 u16 s16 s32 f32 f64"},
       {"--resolution-x", "V", kRangeOperations, StoreAxis(&Axes::resolution, 0),
        "the range image's resolution and offset per axis (default 1 and 0);\n"
-       "a resolution must be above 0 (flip an axis with the offset and the\n"
-       "data, not a negative resolution); shade and normals need all three,\n"
-       "z alone flattens the relief",
+       "a resolution must be above 0, zero and negative ones are refused;\n"
+       "shade and normals need all three (z alone: a warning)",
        "--resolution-x/-y/-z V, --offset-x/-y/-z V"},
       {"--resolution-y", "V", kRangeOperations, StoreAxis(&Axes::resolution, 1), nullptr},
       {"--resolution-z", "V", kRangeOperations, StoreAxis(&Axes::resolution, 2), nullptr},
