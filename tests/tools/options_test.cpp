@@ -203,6 +203,7 @@ TEST(Options, CombinationsOfTheNewOptions) {
   EXPECT_EQ(ErrorOf("normals a.png --colorbar"), "--colorbar does not apply to normals");
   EXPECT_EQ(ErrorOf("shade a.png --invalid 1,2,3"), "--invalid does not apply to shade");
   EXPECT_EQ(ErrorOf("blend a b --recursive"), "--recursive does not apply to blend");
+  EXPECT_EQ(ErrorOf("blend a b --json"), "--json does not apply to blend");
   EXPECT_NE(ErrorOf("linear a.png --invalid 1,2").find("--invalid: bad value '1,2'"),
             std::string::npos);
   EXPECT_NE(ErrorOf("equalize a.png --array --bounds 0 1 --below 1,2,3").find("--array takes none"),

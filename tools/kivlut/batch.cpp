@@ -269,6 +269,35 @@ fs::path LegendPath(const Options& options, const Job& job, std::size_t jobCount
   return job.output.parent_path() / (job.inputs.front().stem().string() + ".legend.png");
 }
 
+// The length of the well-formed UTF-8 sequence starting at bytes[i], 0 when the bytes there are
+// not one (a stray continuation byte, a cut sequence, an overlong form, a surrogate, a code point
+// above U+10FFFF).
+std::size_t Utf8Length(const unsigned char* bytes, std::size_t i, std::size_t size) {
+  const unsigned char lead = bytes[i];
+  std::size_t length = 0;
+  unsigned long code = 0;
+  if (lead < 0x80) return 1;
+  if (lead >= 0xc2 && lead <= 0xdf) {
+    length = 2;
+    code = lead & 0x1fu;
+  } else if (lead >= 0xe0 && lead <= 0xef) {
+    length = 3;
+    code = lead & 0x0fu;
+  } else if (lead >= 0xf0 && lead <= 0xf4) {
+    length = 4;
+    code = lead & 0x07u;
+  } else {
+    return 0;
+  }
+  for (std::size_t k = 1; k < length; ++k) {
+    if (i + k >= size || (bytes[i + k] & 0xc0u) != 0x80u) return 0;
+    code = (code << 6) | (bytes[i + k] & 0x3fu);
+  }
+  if (length == 3 && (code < 0x800 || (code >= 0xd800 && code <= 0xdfff))) return 0;
+  if (length == 4 && (code < 0x10000 || code > 0x10ffff)) return 0;
+  return length;
+}
+
 // A JSON string: quotes, backslashes and control characters escaped, bytes that are not UTF-8
 // (a file name can hold any) replaced by U+FFFD so that the line stays valid JSON.
 std::string JsonString(const std::string& text) {
@@ -277,50 +306,20 @@ std::string JsonString(const std::string& text) {
   const std::size_t size = text.size();
   for (std::size_t i = 0; i < size;) {
     const unsigned char c = bytes[i];
+    const std::size_t length = Utf8Length(bytes, i, size);
     if (c == '"' || c == '\\') {
       quoted += '\\';
       quoted += static_cast<char>(c);
-      ++i;
     } else if (c < 0x20 || c == 0x7f) {
       char escaped[8];
       std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
       quoted += escaped;
-      ++i;
-    } else if (c < 0x80) {
-      quoted += static_cast<char>(c);
-      ++i;
+    } else if (length == 0) {
+      quoted += "\\ufffd";
     } else {
-      // The length of a well-formed UTF-8 sequence starting here, 0 when it is not one.
-      std::size_t length = 0;
-      unsigned long code = 0;
-      if (c >= 0xc2 && c <= 0xdf) {
-        length = 2;
-        code = c & 0x1fu;
-      } else if (c >= 0xe0 && c <= 0xef) {
-        length = 3;
-        code = c & 0x0fu;
-      } else if (c >= 0xf0 && c <= 0xf4) {
-        length = 4;
-        code = c & 0x07u;
-      }
-      for (std::size_t k = 1; length > 0 && k < length; ++k) {
-        if (i + k >= size || (bytes[i + k] & 0xc0u) != 0x80u) {
-          length = 0;
-        } else {
-          code = (code << 6) | (bytes[i + k] & 0x3fu);
-        }
-      }
-      // Overlong forms, surrogates and code points above U+10FFFF are not UTF-8 either.
-      const bool wellFormed = (length == 3 && code >= 0x800 && (code < 0xd800 || code > 0xdfff)) ||
-                              (length == 4 && code >= 0x10000 && code <= 0x10ffff) || length == 2;
-      if (length > 0 && wellFormed) {
-        quoted.append(text, i, length);
-        i += length;
-      } else {
-        quoted += "\\ufffd";
-        ++i;
-      }
+      quoted.append(text, i, length);
     }
+    i += std::max<std::size_t>(length, 1);
   }
   return quoted + "\"";
 }

@@ -281,8 +281,9 @@ const OperationSet kOutsideColourOperations = {Operation::kEqualize, Operation::
                                                Operation::kGrey, Operation::kScale};
 const OperationSet kArrayOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale};
 const OperationSet kOtherTableOperations = {Operation::kEqualize, Operation::kLinear};
-const OperationSet kFolderOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
-                                        Operation::kNormals,  Operation::kShade,  Operation::kGrey};
+// Everything but blend, whose two pictures are files and measure no heights.
+const OperationSet kFrameOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
+                                       Operation::kNormals,  Operation::kShade,  Operation::kGrey};
 
 OperationSet Only(Operation operation) { return {operation}; }
 
@@ -372,11 +373,11 @@ const std::vector<OptionEntry>& OptionTable() {
        "blend weight of A, 0..1 (default 0.5)"},
       {"--stats", "", kAllButDemo, Raise(&Options::stats),
        "print what the mapping measured: minimum, maximum, valid pixels,\nbounds used"},
-      {"--json", "", kAllButDemo, Raise(&Options::json),
+      {"--json", "", kFrameOperations, Raise(&Options::json),
        "print the same as one JSON object per file on standard output:\n"
        "file, min, max, valid, bounds [LOW, HIGH], unit (NaN and unknown\n"
        "as null); nothing else goes there"},
-      {"--recursive", "", kFolderOperations, Raise(&Options::recursive),
+      {"--recursive", "", kFrameOperations, Raise(&Options::recursive),
        "folder inputs with their subfolders; with -o the subfolders are\n"
        "repeated under OUTPUT"},
       {"--jobs", "N", kAllButDemo, Store(&Options::jobs, kCount),
