@@ -325,7 +325,8 @@ TEST(Batch, RecursiveTakesTheSubfoldersAndRepeatsThemUnderTheOutput) {
   Touch(tree.path() / "only_below" / "sub" / "f.png");
   options = OptionsFor(Operation::kEqualize, {tree / "only_below"});
   EXPECT_FALSE(PlanJobs(options, &jobs, &error));
-  EXPECT_EQ(error, "no frame files in " + (tree / "only_below"));
+  EXPECT_EQ(error, "no frame files in " + (tree / "only_below") +
+                       ": 1 subfolder not read (--recursive reads them)");
   options.recursive = true;
   jobs.clear();
   ASSERT_TRUE(PlanJobs(options, &jobs, &error)) << error;

@@ -113,15 +113,15 @@ bool ListFrames(const fs::path& folder, bool rawGiven, bool recursive, std::vect
     *error = "cannot list the folder " + folder.string() + ": " + code.message();
     return false;
   }
+  const std::string leftOut = std::to_string(subfolders) +
+                              (subfolders == 1 ? " subfolder" : " subfolders") +
+                              " not read (--recursive reads them)";
   if (found.empty()) {
-    *error = "no frame files in " + folder.string() + (recursive ? " or its subfolders" : "");
+    *error = "no frame files in " + folder.string() + (recursive ? " or its subfolders" : "") +
+             (subfolders > 0 ? ": " + leftOut : "");
     return false;
   }
-  if (subfolders > 0 && notes != nullptr) {
-    notes->push_back(folder.string() + ": " + std::to_string(subfolders) +
-                     (subfolders == 1 ? " subfolder" : " subfolders") +
-                     " not read (--recursive reads them)");
-  }
+  if (subfolders > 0 && notes != nullptr) notes->push_back(folder.string() + ": " + leftOut);
   std::sort(found.begin(), found.end(), FrameOrder);
   frames->insert(frames->end(), found.begin(), found.end());
   return true;
