@@ -174,8 +174,9 @@ const ValueKind<std::array<int, 5>> kBreakIndices{ParseList<int, 5, ParseInteger
 // What --map takes for `operation`, for the message of a bad value.
 std::string MapChoices(Operation operation) {
   std::vector<std::string> names(std::begin(kMapNames), std::end(kMapNames));
-  if (TakesOtherTables(operation))
+  if (TakesOtherTables(operation)) {
     names.insert(names.end(), std::begin(kTableNames), std::end(kTableNames));
+  }
   const int lowest = operation == Operation::kScale ? kLowestScaleMap : 0;
   return std::to_string(lowest) + ".." + std::to_string(kHighestMap) + " or " + Listed(names, ", ");
 }
@@ -702,7 +703,7 @@ DESCRIPTION
 
 OPERATIONS
     equalize   histogram-equalised colouring (ColorMapLUT); bounds from the data, or
-               --bounds LOW HIGH, or --bounds with --index LO HI and --below/--above colours.
+               --bounds LOW HIGH, optionally with --below/--above colours and --index LO HI.
     linear     linear colouring (LinearColorMapLUT) between the data's minimum and maximum,
                --bounds LOW HIGH (optionally with --index, --below, --above), or
                --percentile LOW HIGH (per cent of the valid pixels cut from each end).
