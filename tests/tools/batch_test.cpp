@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <map>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <random>
@@ -227,6 +228,12 @@ TEST(Batch, PlansOutputsForEveryKindOfInput) {
       {"blend of one picture", Operation::kBlend, {"a.png"}, "", false, {}},
       {"blend of three pictures", Operation::kBlend, {"a.png", "b.tif", "a.png"}, "", false, {}},
       {"blend of a folder", Operation::kBlend, {"a.png", "frames"}, "", false, {}},
+      {"a missing file beside a good one",
+       Operation::kLinear,
+       {"a.png", "gone.png"},
+       "",
+       false,
+       {{{"a.png"}, "a.linear.png"}, {{"gone.png"}, "gone.linear.png"}}},
       {"no inputs", Operation::kEqualize, {}, "", false, {}},
   };
   for (const PlanCase& c : cases) {
@@ -261,15 +268,69 @@ TEST(Batch, PlansOutputsForEveryKindOfInput) {
   }
 }
 
-TEST(Batch, MissingInputNamesThePath) {
+// A missing input is planned like any file; running it fails with its own line (below).
+TEST(Batch, MissingInputIsAJobOfItsOwn) {
   PlanningTree tree;
   const std::string missing = tree / "nowhere.png";
   std::vector<Job> jobs;
   std::string error;
-  EXPECT_FALSE(
-      PlanJobs(OptionsFor(Operation::kEqualize, {tree / "a.png", missing}), &jobs, &error));
-  EXPECT_EQ(error, missing + ": no such file or folder");
-  EXPECT_TRUE(jobs.empty());
+  ASSERT_TRUE(PlanJobs(OptionsFor(Operation::kEqualize, {tree / "a.png", missing}, tree / "d"),
+                       &jobs, &error))
+      << error;
+  ASSERT_EQ(jobs.size(), 2u);
+  EXPECT_EQ(jobs[1].inputs, std::vector<fs::path>{missing});
+  EXPECT_EQ(jobs[1].output, fs::path(tree / "d") / "nowhere.equalize.png");
+  jobs.clear();
+  ASSERT_TRUE(PlanJobs(OptionsFor(Operation::kBlend, {tree / "a.png", missing}), &jobs, &error))
+      << error;
+  EXPECT_EQ(jobs.size(), 1u);
+}
+
+TEST(Batch, RecursiveTakesTheSubfoldersAndRepeatsThemUnderTheOutput) {
+  PlanningTree tree;
+  Options options = OptionsFor(Operation::kEqualize, {tree / "frames"});
+  std::vector<Job> jobs;
+  std::vector<std::string> notes;
+  std::string error;
+  // Without --recursive the subfolder is left out, and a note says so.
+  ASSERT_TRUE(PlanJobs(options, &jobs, &error, &notes)) << error;
+  EXPECT_EQ(jobs.size(), 3u);
+  EXPECT_EQ(notes, std::vector<std::string>{(tree / "frames") +
+                                            ": 1 subfolder not read (--recursive reads them)"});
+
+  options.recursive = true;
+  for (const std::string& output : {std::string(), tree / "made"}) {
+    SCOPED_TRACE(output.empty() ? "beside the inputs" : "-o a folder");
+    options.output = output;
+    jobs.clear();
+    notes.clear();
+    ASSERT_TRUE(PlanJobs(options, &jobs, &error, &notes)) << error;
+    EXPECT_TRUE(notes.empty());
+    std::map<std::string, std::string> outputOf;
+    for (const Job& job : jobs) {
+      ASSERT_EQ(job.inputs.size(), 1u);
+      outputOf[job.inputs[0].lexically_relative(tree.path()).string()] =
+          job.output.lexically_normal().lexically_relative(tree.path()).string();
+      EXPECT_TRUE(fs::is_directory(job.output.parent_path())) << job.output;
+    }
+    const std::string base = output.empty() ? "frames" : "made";
+    const std::map<std::string, std::string> expected = {
+        {"frames/w.tiff", base + "/w.equalize.png"},
+        {"frames/x.pfm", base + "/x.equalize.png"},
+        {"frames/y.png", base + "/y.equalize.png"},
+        {"frames/nested/deep.png", base + "/nested/deep.equalize.png"}};
+    EXPECT_EQ(outputOf, expected);
+  }
+  // A folder whose only frames are in subfolders is empty without --recursive.
+  Touch(tree.path() / "only_below" / "sub" / "f.png");
+  options = OptionsFor(Operation::kEqualize, {tree / "only_below"});
+  EXPECT_FALSE(PlanJobs(options, &jobs, &error));
+  EXPECT_EQ(error, "no frame files in " + (tree / "only_below") +
+                       ": 1 subfolder not read (--recursive reads them)");
+  options.recursive = true;
+  jobs.clear();
+  ASSERT_TRUE(PlanJobs(options, &jobs, &error)) << error;
+  EXPECT_EQ(jobs.size(), 1u);
 }
 
 TEST(Batch, EmptyFolderIsAnError) {
@@ -448,7 +509,10 @@ TEST(Batch, GarbageFileFailsAloneAndTheRestMatchTheOperation) {
   const std::vector<std::string> lines = Lines(run.err);
   const std::string errorHead = "kivlut: " + frames.broken().string() + ": ";
   int errorLines = 0;
-  for (const std::string& line : lines) {
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back(), "kivlut: " + std::to_string(total - 1) + " written, 1 failed");
+  for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+    const std::string& line = lines[i];
     if (StartsWith(line, errorHead)) {
       ++errorLines;
       EXPECT_GT(line.size(), errorHead.size()) << "the problem is missing: " << line;
@@ -584,9 +648,91 @@ TEST(Batch, AllGoodFilesExitZeroAndStatsMatchTheOperation) {
   const std::vector<std::string> lines = Lines(run.out);
   EXPECT_EQ(lines.size(), frames.good().size()) << run.out;
   EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), expected);
-  for (const std::string& line : Lines(run.err)) {
-    EXPECT_TRUE(StartsWith(line, "kivlut: [")) << line;
+  const std::vector<std::string> errLines = Lines(run.err);
+  ASSERT_FALSE(errLines.empty());
+  EXPECT_EQ(errLines.back(),
+            "kivlut: " + std::to_string(frames.good().size()) + " written, 0 failed");
+  for (std::size_t i = 0; i + 1 < errLines.size(); ++i) {
+    EXPECT_TRUE(StartsWith(errLines[i], "kivlut: [")) << errLines[i];
   }
+}
+
+TEST(Batch, MissingFileFailsAloneWithItsLine) {
+  FrameFolder frames;
+  const fs::path missing = frames.root() / "missing.png";
+  const fs::path outDir = frames.root() / "d";
+  const RunOutcome run =
+      PlanAndRun(OptionsFor(Operation::kEqualize,
+                            {frames.good().front().string(), missing.string()}, outDir.string()),
+                 false);
+  EXPECT_EQ(run.status, 1);
+  const std::vector<std::string> lines = Lines(run.err);
+  EXPECT_NE(std::find(lines.begin(), lines.end(),
+                      "kivlut: " + missing.string() + ": no such file or folder"),
+            lines.end())
+      << run.err;
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back(), "kivlut: 1 written, 1 failed");
+  EXPECT_EQ(FolderNames(outDir),
+            std::vector<std::string>{
+                OutputOf(outDir, frames.good().front(), "equalize").filename().string()});
+}
+
+// --json: one object per file on `out`, the numbers those of the operation, nothing else there.
+TEST(Batch, JsonLinesCarryTheOperationsNumbers) {
+  FrameFolder frames;
+  std::vector<std::string> inputs;
+  for (const fs::path& input : frames.good()) inputs.push_back(input.string());
+  Options options = OptionsFor(Operation::kLinear, inputs, (frames.root() / "json").string());
+  options.json = true;
+  options.unit = "mm";
+  options.bounds = std::make_pair(50.0, 150.0);
+  const RunOutcome run = PlanAndRun(options, false);
+  EXPECT_EQ(run.status, 0) << run.err;
+  std::set<std::string> expected;
+  for (const fs::path& input : frames.good()) {
+    const ReadResult read = ReadPixels(input, std::nullopt);
+    OperationResult result = RunOperation(options, {read.pixels});
+    ASSERT_TRUE(result.ok) << input << ": " << result.error;
+    if (std::isnan(result.stats.low)) result.stats.low = 50.0;
+    if (std::isnan(result.stats.high)) result.stats.high = 150.0;
+    expected.insert(JsonStatsLine(input.string(), result.stats, "mm"));
+  }
+  const std::vector<std::string> lines = Lines(run.out);
+  EXPECT_EQ(lines.size(), frames.good().size()) << run.out;
+  EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), expected);
+  for (const std::string& line : lines) {
+    EXPECT_NE(line.find("\"bounds\": [50, 150], \"unit\": \"mm\"}"), std::string::npos) << line;
+  }
+}
+
+TEST(Batch, JsonLineEscapesTextAndWritesNullForWhatIsNotANumber) {
+  MappingStats stats;
+  stats.minimum = 0.5;
+  stats.maximum = 2.25;
+  stats.valid = 12;
+  stats.total = 20;
+  stats.low = 0.1;
+  stats.high = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(JsonStatsLine("a.png", stats, ""),
+            "{\"file\": \"a.png\", \"min\": 0.5, \"max\": 2.25, \"valid\": 12, \"bounds\": "
+            "[0.1, null], \"unit\": null}");
+  stats.low = -std::numeric_limits<double>::infinity();
+  stats.high = 1e-7;
+  EXPECT_EQ(JsonStatsLine("dir/\"quoted\"\\back\tslash\n.png", stats, "µm"),
+            "{\"file\": \"dir/\\\"quoted\\\"\\\\back\\u0009slash\\u000a.png\", \"min\": 0.5, "
+            "\"max\": 2.25, \"valid\": 12, \"bounds\": [null, 1e-07], \"unit\": \"µm\"}");
+  // Bytes that are not UTF-8 become U+FFFD; no valid pixel means no minimum and maximum.
+  stats.valid = 0;
+  EXPECT_EQ(JsonStatsLine(std::string("bad\xff\xc3.png"), stats, "mm"),
+            "{\"file\": \"bad\\ufffd\\ufffd.png\", \"min\": null, \"max\": null, \"valid\": 0, "
+            "\"bounds\": [null, 1e-07], \"unit\": \"mm\"}");
+  // Numbers read back as the same double.
+  stats.valid = 1;
+  stats.minimum = 0.1 + 0.2;
+  const std::string line = JsonStatsLine("x", stats, "");
+  const std::size_t at = line.find("\"min\": ") + 7;
+  EXPECT_EQ(std::strtod(line.c_str() + at, nullptr), 0.1 + 0.2) << line;
 }
 
 TEST(Batch, LegendGoesToItsPathForOneJobAndBesideEachPictureForSeveral) {

@@ -307,7 +307,7 @@ TEST(FrameIo, RawReadErrorsNameTheProblem) {
 
   read = ReadPixels(folder / "missing.raw", vga);
   EXPECT_TRUE(read.pixels.empty());
-  EXPECT_EQ(read.error, "cannot read the file");
+  EXPECT_EQ(read.error, "no such file or folder");
 
   read = ReadPixels(folder.path(), vga);
   EXPECT_EQ(read.error, "cannot read the file");
@@ -329,7 +329,7 @@ TEST(FrameIo, ReadErrorsNameTheProblem) {
   ScratchFolder folder;
   ReadResult read = ReadPixels(folder / "missing.png", std::nullopt);
   EXPECT_TRUE(read.pixels.empty());
-  EXPECT_EQ(read.error, "cannot read the file");
+  EXPECT_EQ(read.error, "no such file or folder");
 
   read = ReadPixels(folder.path(), std::nullopt);
   EXPECT_EQ(read.error, "cannot read the file");

@@ -9,8 +9,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <new>
@@ -18,11 +22,11 @@
 #include <ostream>
 #include <string>
 #include <system_error>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "frame_io.h"
-#include "operations.h"
 
 namespace kivlut {
 namespace fs = std::filesystem;
@@ -69,27 +73,56 @@ Kind KindOf(const fs::path& path) {
   return fs::is_directory(status) ? Kind::kFolder : Kind::kFile;
 }
 
-// The frame files directly inside `folder`, sorted by name.
-bool ListFrames(const fs::path& folder, bool rawGiven, std::vector<fs::path>* frames,
-                std::string* error) {
-  std::vector<fs::path> found;
+// A frame to colour and the folder it was found in relative to the input folder ("" for a file
+// given by name and for the input folder's own frames), which -o repeats under its folder.
+struct Frame {
+  fs::path file;
+  fs::path subfolder;
+};
+
+bool FrameOrder(const Frame& a, const Frame& b) { return a.file < b.file; }
+
+// The frame files inside `folder`, sorted by name: those directly inside it, or with `recursive`
+// those of every folder below it too. Without `recursive` the subfolders left out are counted in
+// a note, so that they are not skipped silently.
+bool ListFrames(const fs::path& folder, bool rawGiven, bool recursive, std::vector<Frame>* frames,
+                std::vector<std::string>* notes, std::string* error) {
+  std::vector<Frame> found;
+  std::size_t subfolders = 0;
   std::error_code code;
-  fs::directory_iterator it(folder, code);
-  for (; !code && it != fs::directory_iterator(); it.increment(code)) {
+  const auto consider = [&](const fs::directory_entry& entry) {
     std::error_code typeCode;
-    if (!it->is_regular_file(typeCode) || typeCode) continue;
-    const fs::path& file = it->path();
-    if (LooksLikeFrame(file, rawGiven) && !IsOwnOutput(file)) found.push_back(file);
+    if (!recursive && entry.is_directory(typeCode) && !typeCode) ++subfolders;
+    if (!entry.is_regular_file(typeCode) || typeCode) return;
+    const fs::path& file = entry.path();
+    if (LooksLikeFrame(file, rawGiven) && !IsOwnOutput(file)) {
+      fs::path subfolder = file.parent_path().lexically_relative(folder);
+      if (subfolder == ".") subfolder.clear();
+      found.push_back({file, subfolder});
+    }
+  };
+  if (recursive) {
+    fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied,
+                                        code);
+    for (; !code && it != fs::recursive_directory_iterator(); it.increment(code)) consider(*it);
+  } else {
+    fs::directory_iterator it(folder, code);
+    for (; !code && it != fs::directory_iterator(); it.increment(code)) consider(*it);
   }
   if (code) {
     *error = "cannot list the folder " + folder.string() + ": " + code.message();
     return false;
   }
+  const std::string leftOut = std::to_string(subfolders) +
+                              (subfolders == 1 ? " subfolder" : " subfolders") +
+                              " not read (--recursive reads them)";
   if (found.empty()) {
-    *error = "no frame files in " + folder.string();
+    *error = "no frame files in " + folder.string() + (recursive ? " or its subfolders" : "") +
+             (subfolders > 0 ? ": " + leftOut : "");
     return false;
   }
-  std::sort(found.begin(), found.end());
+  if (subfolders > 0 && notes != nullptr) notes->push_back(folder.string() + ": " + leftOut);
+  std::sort(found.begin(), found.end(), FrameOrder);
   frames->insert(frames->end(), found.begin(), found.end());
   return true;
 }
@@ -119,17 +152,12 @@ bool PlanBlend(const Options& options, std::vector<Job>* jobs, std::string* erro
   }
   Job job;
   for (const std::string& input : options.inputs) {
-    switch (KindOf(input)) {
-      case Kind::kMissing:
-        *error = input + ": no such file or folder";
-        return false;
-      case Kind::kFolder:
-        *error = "blend takes two picture files, " + input + " is a folder";
-        return false;
-      case Kind::kFile:
-        job.inputs.emplace_back(input);
-        break;
+    // A missing picture fails when the job reads it, with its own line, like an unreadable one.
+    if (KindOf(input) == Kind::kFolder) {
+      *error = "blend takes two picture files, " + input + " is a folder";
+      return false;
     }
+    job.inputs.emplace_back(input);
   }
   const fs::path& first = job.inputs.front();
   if (options.output.empty()) {
@@ -160,25 +188,24 @@ bool PrepareOutputFolder(const fs::path& folder, std::string* error) {
   return EnsureFolder(folder, error);
 }
 
-bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::string* error) {
+bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::vector<std::string>* notes,
+                std::string* error) {
   if (options.inputs.empty()) {
     *error = "no input files";
     return false;
   }
-  std::vector<fs::path> frames;
+  std::vector<Frame> frames;
   bool singleFile = options.inputs.size() == 1;
   for (const std::string& input : options.inputs) {
-    switch (KindOf(input)) {
-      case Kind::kMissing:
-        *error = input + ": no such file or folder";
+    if (KindOf(input) == Kind::kFolder) {
+      singleFile = false;
+      if (!ListFrames(input, options.raw.has_value(), options.recursive, &frames, notes, error)) {
         return false;
-      case Kind::kFolder:
-        singleFile = false;
-        if (!ListFrames(input, options.raw.has_value(), &frames, error)) return false;
-        break;
-      case Kind::kFile:
-        frames.emplace_back(input);
-        break;
+      }
+    } else {
+      // A missing file is a job that fails with its own line, like an unreadable one, so the
+      // other inputs are still coloured.
+      frames.push_back({fs::path(input), fs::path()});
     }
   }
 
@@ -188,15 +215,20 @@ bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::string* err
                             KindOf(output) != Kind::kFolder;
 
   std::map<fs::path, fs::path> inputOfOutput;
-  for (const fs::path& frame : frames) {
+  std::vector<fs::path> subfolders;  // under -o, for the frames of subfolders
+  for (const Frame& found : frames) {
+    const fs::path& frame = found.file;
     Job job;
     job.inputs.push_back(frame);
     if (outputIsFile) {
       job.output = output;
     } else if (output.empty()) {
       job.output = frame.parent_path() / DefaultOutputName(frame, options.operation);
-    } else {
+    } else if (found.subfolder.empty()) {
       job.output = output / DefaultOutputName(frame, options.operation);
+    } else {
+      job.output = output / found.subfolder / DefaultOutputName(frame, options.operation);
+      subfolders.push_back(job.output.parent_path());
     }
     std::error_code code;
     if (fs::equivalent(job.output, frame, code) && !code) {
@@ -213,7 +245,10 @@ bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::string* err
   }
   // Folders are made only once the plan holds, so a refused command line leaves nothing behind.
   if (outputIsFile) return PrepareParentFolder(output, error);
-  if (!output.empty()) return PrepareOutputFolder(output, error);
+  if (!output.empty() && !PrepareOutputFolder(output, error)) return false;
+  for (const fs::path& folder : subfolders) {
+    if (!EnsureFolder(folder, error)) return false;
+  }
   return true;
 }
 
@@ -232,6 +267,91 @@ std::string JobLabel(const Job& job) {
 fs::path LegendPath(const Options& options, const Job& job, std::size_t jobCount) {
   if (jobCount == 1) return options.legendPath;
   return job.output.parent_path() / (job.inputs.front().stem().string() + ".legend.png");
+}
+
+// The length of the well-formed UTF-8 sequence starting at bytes[i], 0 when the bytes there are
+// not one (a stray continuation byte, a cut sequence, an overlong form, a surrogate, a code point
+// above U+10FFFF).
+std::size_t Utf8Length(const unsigned char* bytes, std::size_t i, std::size_t size) {
+  const unsigned char lead = bytes[i];
+  std::size_t length = 0;
+  unsigned long code = 0;
+  if (lead < 0x80) return 1;
+  if (lead >= 0xc2 && lead <= 0xdf) {
+    length = 2;
+    code = lead & 0x1fu;
+  } else if (lead >= 0xe0 && lead <= 0xef) {
+    length = 3;
+    code = lead & 0x0fu;
+  } else if (lead >= 0xf0 && lead <= 0xf4) {
+    length = 4;
+    code = lead & 0x07u;
+  } else {
+    return 0;
+  }
+  for (std::size_t k = 1; k < length; ++k) {
+    if (i + k >= size || (bytes[i + k] & 0xc0u) != 0x80u) return 0;
+    code = (code << 6) | (bytes[i + k] & 0x3fu);
+  }
+  if (length == 3 && (code < 0x800 || (code >= 0xd800 && code <= 0xdfff))) return 0;
+  if (length == 4 && (code < 0x10000 || code > 0x10ffff)) return 0;
+  return length;
+}
+
+// A JSON string: quotes, backslashes and control characters escaped, bytes that are not UTF-8
+// (a file name can hold any) replaced by U+FFFD so that the line stays valid JSON.
+std::string JsonString(const std::string& text) {
+  std::string quoted = "\"";
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const std::size_t size = text.size();
+  for (std::size_t i = 0; i < size;) {
+    const unsigned char c = bytes[i];
+    const std::size_t length = Utf8Length(bytes, i, size);
+    if (c == '"' || c == '\\') {
+      quoted += '\\';
+      quoted += static_cast<char>(c);
+    } else if (c < 0x20 || c == 0x7f) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+      quoted += escaped;
+    } else if (length == 0) {
+      quoted += "\\ufffd";
+    } else {
+      quoted.append(text, i, length);
+    }
+    i += std::max<std::size_t>(length, 1);
+  }
+  return quoted + "\"";
+}
+
+// The shortest decimal that reads back as the same double; null for NaN and infinities, which
+// JSON has no word for.
+std::string JsonNumber(double value) {
+  if (!std::isfinite(value)) return "null";
+  char text[32];
+  // Whole numbers as a script expects them ("50", not "5e+01"), up to where doubles stay whole.
+  if (value == std::trunc(value) && std::fabs(value) < 1e15) {
+    std::snprintf(text, sizeof text, "%.0f", value);
+    return text;
+  }
+  for (int digits = 1; digits <= 17; ++digits) {
+    std::snprintf(text, sizeof text, "%.*g", digits, value);
+    if (std::strtod(text, nullptr) == value) break;
+  }
+  return text;
+}
+
+// The bounds for --json: the pair the operation reports, or, where it reports none, the bounds
+// given on the command line or, for a colouring between the data's extremes, those extremes.
+std::pair<double, double> JsonBounds(const Options& options, const MappingStats& stats) {
+  if (!std::isnan(stats.low) || !std::isnan(stats.high)) return {stats.low, stats.high};
+  const double none = std::numeric_limits<double>::quiet_NaN();
+  if (options.bounds) return *options.bounds;
+  const bool extremes =
+      (options.operation == Operation::kEqualize || options.operation == Operation::kLinear) &&
+      !options.percentile && stats.valid > 0;
+  if (extremes) return {stats.minimum, stats.maximum};
+  return {none, none};
 }
 
 struct JobOutcome {
@@ -274,6 +394,11 @@ JobOutcome RunOneJob(const Options& options, const Job& job, std::size_t jobCoun
     }
   }
   if (options.stats) outcome.statsLine = JobLabel(job) + ": " + FormatStats(result.stats);
+  if (options.json) {
+    MappingStats stats = result.stats;
+    std::tie(stats.low, stats.high) = JsonBounds(options, stats);
+    outcome.statsLine = JsonStatsLine(JobLabel(job), stats, options.unit);
+  }
   outcome.ok = true;
   return outcome;
 }
@@ -287,6 +412,7 @@ class Reporter {
   void Finished(const Job& job, const JobOutcome& outcome) {
     std::lock_guard<std::mutex> lock(mutex_);
     ++done_;
+    if (!outcome.ok) ++failed_;
     if (!outcome.ok) {
       EraseBar();
       err_ << "kivlut: " << outcome.failedFile << ": " << outcome.error << '\n';
@@ -314,9 +440,13 @@ class Reporter {
     std::lock_guard<std::mutex> lock(mutex_);
     if (interactive_ && barLength_ > 0) {
       err_ << '\n';
-      err_.flush();
       barLength_ = 0;
     }
+    // One file's outcome is its own line already; a batch ends with the count of both kinds.
+    if (total_ > 1) {
+      err_ << "kivlut: " << done_ - failed_ << " written, " << failed_ << " failed\n";
+    }
+    err_.flush();
   }
 
  private:
@@ -341,12 +471,26 @@ class Reporter {
   const bool interactive_;
   const std::size_t total_;
   std::size_t done_ = 0;
+  std::size_t failed_ = 0;
   std::size_t barLength_ = 0;  // characters of the bar now on the line, 0 when none
 };
 
 }  // namespace
 
-bool PlanJobs(const Options& options, std::vector<Job>* jobs, std::string* error) {
+std::string JsonStatsLine(const std::string& file, const MappingStats& stats,
+                          const std::string& unit) {
+  const bool measured = stats.valid > 0;
+  const double none = std::numeric_limits<double>::quiet_NaN();
+  return "{\"file\": " + JsonString(file) +
+         ", \"min\": " + JsonNumber(measured ? stats.minimum : none) +
+         ", \"max\": " + JsonNumber(measured ? stats.maximum : none) +
+         ", \"valid\": " + std::to_string(stats.valid) + ", \"bounds\": [" + JsonNumber(stats.low) +
+         ", " + JsonNumber(stats.high) +
+         "], \"unit\": " + (unit.empty() ? std::string("null") : JsonString(unit)) + "}";
+}
+
+bool PlanJobs(const Options& options, std::vector<Job>* jobs, std::string* error,
+              std::vector<std::string>* notes) {
   std::string ignored;
   if (error == nullptr) error = &ignored;
   if (jobs == nullptr) {
@@ -361,7 +505,7 @@ bool PlanJobs(const Options& options, std::vector<Job>* jobs, std::string* error
     } else if (options.operation == Operation::kBlend) {
       ok = PlanBlend(options, &planned, error);
     } else {
-      ok = PlanFrames(options, &planned, error);
+      ok = PlanFrames(options, &planned, notes, error);
     }
   } catch (const std::bad_alloc&) {
     *error = "out of memory while planning";

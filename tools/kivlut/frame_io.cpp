@@ -113,6 +113,13 @@ bool CanOpenForReading(const fs::path& file) {
   return in.is_open();
 }
 
+// Why a file cannot be opened: missing is the common case (a typo), and says so.
+std::string WhyNotReadable(const fs::path& file) {
+  std::error_code ec;
+  if (!fs::exists(file, ec) && !ec) return "no such file or folder";
+  return kCannotRead;
+}
+
 ReadResult ReadRaw(const fs::path& file, const RawLayout& layout) {
   ReadResult result;
   const int sampleSize = KIVMV::SampleSize(layout.type);
@@ -126,7 +133,7 @@ ReadResult ReadRaw(const fs::path& file, const RawLayout& layout) {
   }
   std::error_code ec;
   if (!fs::is_regular_file(file, ec)) {
-    result.error = kCannotRead;
+    result.error = WhyNotReadable(file);
     return result;
   }
   std::ifstream in(file, std::ios::binary);
@@ -165,7 +172,7 @@ ReadResult ReadRaw(const fs::path& file, const RawLayout& layout) {
 ReadResult ReadWithOpenCv(const fs::path& file) {
   ReadResult result;
   if (!CanOpenForReading(file)) {
-    result.error = kCannotRead;
+    result.error = WhyNotReadable(file);
     return result;
   }
   try {

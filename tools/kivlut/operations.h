@@ -1,7 +1,7 @@
 // One operation of kivlut applied to the pixels of one input (two for blend) through the library.
 #pragma once
 
-#include <cmath>
+#include <limits>
 #include <opencv2/core.hpp>
 #include <string>
 #include <vector>
@@ -17,8 +17,10 @@ struct MappingStats {
   long long valid = 0;  // valid pixels
   long long total = 0;  // all pixels
   std::string bounds;   // the bounds the mapping used, as text ("0.666 .. 1.731")
-  double low = NAN;
-  double high = NAN;
+  // The same bounds as numbers in the units of minimum and maximum, for --json; NaN where the
+  // mapping has no such pair.
+  double low = std::numeric_limits<double>::quiet_NaN();
+  double high = std::numeric_limits<double>::quiet_NaN();
 };
 
 struct OperationResult {

@@ -3,6 +3,8 @@
 // not belong to the operation, and the OPTIONS section of --help are all read from it.
 #include "options.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -29,6 +31,36 @@ constexpr OperationWord kOperationWords[] = {
 
 // Maps 7..10 have no name and colour in grey.
 constexpr int kHighestMap = 10;
+
+// The five-point scale's tables start at map 1: KivLUTSetting refuses map 0 there.
+constexpr int kLowestScaleMap = 1;
+
+// The tables beyond KivLUTSetting's that equalize and linear colour with (KivColorTable::ByName).
+constexpr const char* kTableNames[] = {"viridis", "magma", "inferno", "plasma",
+                                       "cividis", "turbo", "twilight"};
+
+// The last table entry an --index range may name, and the five-point scale's last entry.
+constexpr int kLastIndex = 255;
+constexpr int kLastScaleIndex = 1023;
+
+std::string Lowered(const std::string& text) {
+  std::string lowered = text;
+  for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lowered;
+}
+
+bool IsTableName(const std::string& lowered) {
+  for (const char* name : kTableNames) {
+    if (lowered == name) return true;
+  }
+  return false;
+}
+
+// The operations that colour through the API beyond KivLUTSetting: the other tables, --reverse,
+// the no-data colour, transparency, the colour bar.
+bool TakesOtherTables(Operation operation) {
+  return operation == Operation::kEqualize || operation == Operation::kLinear;
+}
 
 // "a, b, c" with `beforeLast` in place of the last ", ".
 std::string Listed(const std::vector<std::string>& words, const std::string& beforeLast) {
@@ -139,9 +171,14 @@ const ValueKind<std::array<double, 5>> kBreakValues{ParseList<double, 5, ParseNu
 const ValueKind<std::array<int, 5>> kBreakIndices{ParseList<int, 5, ParseInteger>,
                                                   "five whole numbers I0,...,I4"};
 
-ValueKind<int> MapKind() {
-  const std::vector<std::string> names(std::begin(kMapNames), std::end(kMapNames));
-  return {ParseMapType, "0.." + std::to_string(kHighestMap) + " or " + Listed(names, ", ")};
+// What --map takes for `operation`, for the message of a bad value.
+std::string MapChoices(Operation operation) {
+  std::vector<std::string> names(std::begin(kMapNames), std::end(kMapNames));
+  if (TakesOtherTables(operation)) {
+    names.insert(names.end(), std::begin(kTableNames), std::end(kTableNames));
+  }
+  const int lowest = operation == Operation::kScale ? kLowestScaleMap : 0;
+  return std::to_string(lowest) + ".." + std::to_string(kHighestMap) + " or " + Listed(names, ", ");
 }
 
 ValueKind<RawLayout> RawLayoutKind() {
@@ -207,6 +244,28 @@ Setter Raise(bool Options::*field) {
   };
 }
 
+// --map: a number or a name of KivLUTSetting's maps into mapType, or one of the other tables
+// (any case) into tableName; the last --map given wins.
+Setter StoreMap() {
+  return [](const std::string& option, const Values& words, Options& o) {
+    const std::string lowered = Lowered(words[0]);
+    if (IsTableName(lowered)) {
+      if (!TakesOtherTables(o.operation)) {
+        return std::string(OperationName(o.operation)) +
+               " colours with KivLUTSetting's maps only: " + option + " " + words[0] +
+               " is for equalize and linear (use " + MapChoices(o.operation) + ")";
+      }
+      o.tableName = lowered;
+      return std::string();
+    }
+    const std::optional<int> map = ParseMapType(words[0]);
+    if (!map) return BadValue(option, words[0], MapChoices(o.operation));
+    o.mapType = *map;
+    o.tableName.clear();
+    return std::string();
+  };
+}
+
 // The operations an option belongs to; an option given to another operation is an error, so a
 // misspelt intention never runs silently with defaults.
 using OperationSet = std::set<Operation>;
@@ -222,6 +281,10 @@ const OperationSet kBoundedOperations = {Operation::kEqualize, Operation::kLinea
 const OperationSet kOutsideColourOperations = {Operation::kEqualize, Operation::kLinear,
                                                Operation::kGrey, Operation::kScale};
 const OperationSet kArrayOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale};
+const OperationSet kOtherTableOperations = {Operation::kEqualize, Operation::kLinear};
+// Everything but blend, whose two pictures are files and measure no heights.
+const OperationSet kFrameOperations = {Operation::kEqualize, Operation::kLinear, Operation::kScale,
+                                       Operation::kNormals,  Operation::kShade,  Operation::kGrey};
 
 OperationSet Only(Operation operation) { return {operation}; }
 
@@ -240,13 +303,35 @@ struct OptionEntry {
 const std::vector<OptionEntry>& OptionTable() {
   static const std::vector<OptionEntry> table = {
       {"-o", "OUTPUT", kAllButDemo, Store(&Options::output, kText), "output picture or folder"},
-      {"--map", "MAP", kMappedOperations, Store(&Options::mapType, MapKind()),
+      {"--map", "MAP", kMappedOperations, StoreMap(),
        "colour map 0..10 or grey, rainbow, hot, diverging, isoluminant, rgb,\n"
-       "jet (default rainbow; 7..10 colour in grey)"},
+       "jet (default rainbow; 7..10 colour in grey; scale takes 1..10); for\n"
+       "equalize and linear also viridis, magma, inferno, plasma, cividis,\n"
+       "turbo, twilight; names in any case"},
+      {"--reverse", "", kOtherTableOperations, Raise(&Options::reverse),
+       "equalize, linear: the map's colours in the opposite order"},
+      {"--invalid", "R,G,B", kOtherTableOperations, Store(&Options::invalid, kColour),
+       "equalize, linear: colour of no-data pixels (default: the map's own\n"
+       "no-data colour)"},
+      {"--transparent", "", kOtherTableOperations, Raise(&Options::transparent),
+       "equalize, linear: a picture with alpha, 0 on no-data pixels (write it\n"
+       "as PNG)"},
+      {"--colorbar", "", kOtherTableOperations, Raise(&Options::colorbar),
+       "equalize, linear: a colour bar in the input's units beside the picture"},
+      {"--unit", "TEXT", kRangeOperations, Store(&Options::unit, kText),
+       "the unit of the heights, written on the colour bar and in --json\n"
+       "(default none)"},
+      {"--exact", "", kRangeOperations, Raise(&Options::exact),
+       "KivLUTSetting's own output bytes, unchanged: no-data pixels and the\n"
+       "normal map's chunk bands as its methods paint them (see\n"
+       "docs/kivlut.md); takes none of the other tables, --reverse,\n"
+       "--invalid, --transparent"},
       {"--raw", "WxH:TYPE", kAllButDemo, Store(&Options::raw, RawLayoutKind()),
        "read inputs as headerless little-endian pixels, TYPE one of\nu8 s8 u16 s16 s32 f32 f64"},
       {"--resolution-x", "V", kRangeOperations, StoreAxis(&Axes::resolution, 0),
-       "the range image's resolution and offset per axis (default 1 and 0)",
+       "the range image's resolution and offset per axis (default 1 and 0);\n"
+       "a resolution must be above 0, zero and negative ones are refused;\n"
+       "shade and normals need all three (z alone: a warning)",
        "--resolution-x/-y/-z V, --offset-x/-y/-z V"},
       {"--resolution-y", "V", kRangeOperations, StoreAxis(&Axes::resolution, 1), nullptr},
       {"--resolution-z", "V", kRangeOperations, StoreAxis(&Axes::resolution, 2), nullptr},
@@ -254,16 +339,19 @@ const std::vector<OptionEntry>& OptionTable() {
       {"--offset-y", "V", kRangeOperations, StoreAxis(&Axes::offset, 1), nullptr},
       {"--offset-z", "V", kRangeOperations, StoreAxis(&Axes::offset, 2), nullptr},
       {"--bounds", "LOW HIGH", kBoundedOperations, StorePair(&Options::bounds, kNumber),
-       "bounds in physical units (grey: whole grey levels)"},
+       "bounds in physical units, LOW below HIGH (grey: whole grey levels)"},
       {"--index", "LO HI", kBoundedOperations, StorePair(&Options::indexRange, kWholeNumber),
-       "table entries used inside the bounds (0..255)"},
+       "table entries used inside the bounds, 0 <= LO <= HI <= 255 (default\n"
+       "0 255 with --below or --above)"},
       {"--below", "R,G,B", kOutsideColourOperations, Store(&Options::below, kColour),
-       "colour of values below the bounds (default 0,0,0)"},
+       "colour of values below the bounds (default 0,0,0); with --bounds\n"
+       "alone the whole table is used inside them"},
       {"--above", "R,G,B", kOutsideColourOperations, Store(&Options::above, kColour),
        "colour of values above the bounds (default 255,255,255)"},
       {"--percentile", "LOW HIGH", Only(Operation::kLinear),
        StorePair(&Options::percentile, kNumber),
-       "linear: bounds at these percentiles of the valid pixels"},
+       "linear: bounds at these percentiles of the valid pixels,\n"
+       "0 <= LOW < HIGH <= 100"},
       {"--array", "", kArrayOperations, Raise(&Options::asArray),
        "equalize, linear, scale: colour the pixels as a flat array (integer\n"
        "pixels as a Kiv3DIntArray of raw values, float pixels as a\nKiv3DFloatArray of heights)"},
@@ -283,9 +371,16 @@ const std::vector<OptionEntry>& OptionTable() {
       {"--coefficients", "GAIN,AMBIENT,DIFFUSE,SPECULAR", Only(Operation::kShade),
        Store(&Options::coefficients, kCoefficients), nullptr},
       {"--alpha", "ALPHA", Only(Operation::kBlend), Store(&Options::alpha, kNumber),
-       "blend weight of A (default 0.5)"},
+       "blend weight of A, 0..1 (default 0.5)"},
       {"--stats", "", kAllButDemo, Raise(&Options::stats),
        "print what the mapping measured: minimum, maximum, valid pixels,\nbounds used"},
+      {"--json", "", kFrameOperations, Raise(&Options::json),
+       "print the same as one JSON object per file on standard output:\n"
+       "file, min, max, valid, bounds [LOW, HIGH], unit (NaN and unknown\n"
+       "as null); nothing else goes there"},
+      {"--recursive", "", kFrameOperations, Raise(&Options::recursive),
+       "folder inputs with their subfolders; with -o the subfolders are\n"
+       "repeated under OUTPUT"},
       {"--jobs", "N", kAllButDemo, Store(&Options::jobs, kCount),
        "files coloured at once (default: one per core)"},
   };
@@ -340,9 +435,87 @@ std::string HelpEntry(const std::string& heading, const std::string& text) {
   return entry + "\n";
 }
 
-// Combinations that have no meaning; single values are the library's to judge, so that its own
-// status names reach the user.
-std::string CheckCombination(const Options& o, const std::set<std::string>& given) {
+std::string Shown(double value) {
+  std::ostringstream text;
+  text << value;
+  return text.str();
+}
+
+// Values that are wrong whatever the file, refused before any file is read: a run over a folder
+// must not end in one identical library status line per frame.
+std::string CheckValues(const Options& o) {
+  static const char* kAxisNames[] = {"--resolution-x", "--resolution-y", "--resolution-z"};
+  for (int axis = 0; axis < 3; ++axis) {
+    if (!(o.axes.resolution[axis] > 0.0)) {
+      return std::string(kAxisNames[axis]) + " must be above 0, got " +
+             Shown(o.axes.resolution[axis]);
+    }
+  }
+  if (o.bounds && !(o.bounds->first < o.bounds->second)) {
+    return "--bounds: LOW must be below HIGH, got " + Shown(o.bounds->first) + " and " +
+           Shown(o.bounds->second);
+  }
+  if (o.bounds && o.operation == Operation::kGrey) {
+    for (const double level : {o.bounds->first, o.bounds->second}) {
+      if (level != std::trunc(level) || std::fabs(level) > INT_MAX) {
+        return "--bounds: grey levels must be whole numbers, got " + Shown(level);
+      }
+    }
+  }
+  if (o.indexRange) {
+    const auto [low, high] = *o.indexRange;
+    if (low < 0 || low > high || high > kLastIndex) {
+      return "--index: needs 0 <= LO <= HI <= " + std::to_string(kLastIndex) + ", got " +
+             std::to_string(low) + " and " + std::to_string(high);
+    }
+  }
+  if (o.percentile) {
+    const auto [low, high] = *o.percentile;
+    if (!(low >= 0.0 && low < high && high <= 100.0)) {
+      return "--percentile: needs 0 <= LOW < HIGH <= 100, got " + Shown(low) + " and " +
+             Shown(high);
+    }
+  }
+  if (o.operation == Operation::kScale) {
+    if (o.mapType < kLowestScaleMap) {
+      return "scale takes maps " + std::to_string(kLowestScaleMap) + ".." +
+             std::to_string(kHighestMap) + ": KivLUTSetting's five-point scale has no map " +
+             std::to_string(o.mapType) + " (" + MapName(o.mapType) + ")";
+    }
+    if (o.scaleValues) {
+      const auto& v = *o.scaleValues;
+      if (!std::is_sorted(v.begin(), v.end())) {
+        return "--values: V0 <= V1 <= V2 <= V3 <= V4 needed, got " + Shown(v[0]) + "," +
+               Shown(v[1]) + "," + Shown(v[2]) + "," + Shown(v[3]) + "," + Shown(v[4]);
+      }
+    }
+    const auto& i = o.scaleIndices;
+    if (i[0] < 0 || !std::is_sorted(i.begin(), i.end()) || i[4] > kLastScaleIndex) {
+      return "--indices: 0 <= I0 <= I1 <= I2 <= I3 <= I4 <= " + std::to_string(kLastScaleIndex) +
+             " needed, got " + std::to_string(i[0]) + "," + std::to_string(i[1]) + "," +
+             std::to_string(i[2]) + "," + std::to_string(i[3]) + "," + std::to_string(i[4]);
+    }
+  }
+  if (o.operation == Operation::kShade) {
+    const auto& k = o.coefficients;
+    if (!(k[0] > 0.0f && k[0] <= 10.0f)) {
+      return "--coefficients: GAIN must be above 0 and at most 10, got " + Shown(k[0]);
+    }
+    for (int c = 1; c < 4; ++c) {
+      if (!(k[c] >= 0.0f && k[c] <= 1.0f)) {
+        static const char* kNames[] = {"GAIN", "AMBIENT", "DIFFUSE", "SPECULAR"};
+        return std::string("--coefficients: ") + kNames[c] + " must be 0..1, got " + Shown(k[c]);
+      }
+    }
+  }
+  if (o.operation == Operation::kBlend && !(o.alpha >= 0.0 && o.alpha <= 1.0)) {
+    return "--alpha must be 0..1, got " + Shown(o.alpha);
+  }
+  return "";
+}
+
+// Combinations that have no meaning, and the defaults one option gives another.
+std::string CheckCombination(Options& o, const std::set<std::string>& given) {
   const auto has = [&given](const char* name) { return given.count(name) > 0; };
   const std::string op = OperationName(o.operation);
   if (o.operation == Operation::kDemo) {
@@ -354,8 +527,12 @@ std::string CheckCombination(const Options& o, const std::set<std::string>& give
     return "blend takes exactly two pictures: kivlut blend A B --alpha ALPHA";
   }
   if (has("--index") && !has("--bounds")) return "--index needs --bounds";
-  if ((has("--below") || has("--above")) && o.operation != Operation::kScale && !has("--index")) {
-    return "--below and --above need --bounds and --index";
+  const bool outsideColours = has("--below") || has("--above");
+  if (outsideColours && o.operation != Operation::kScale) {
+    if (!has("--bounds")) return "--below and --above need --bounds";
+    if (o.asArray) return "--array takes none of --below, --above (its forms have no such colours)";
+    // Inside the bounds the whole table, as without the colours.
+    if (!o.indexRange) o.indexRange = std::make_pair(0, kLastIndex);
   }
   if (has("--percentile") && has("--bounds")) return "--percentile and --bounds exclude each other";
   if (o.asArray && (has("--index") || has("--percentile") || has("--legend") || o.segmented)) {
@@ -366,7 +543,18 @@ std::string CheckCombination(const Options& o, const std::set<std::string>& give
     if (o.automatic == o.scaleValues.has_value()) return "scale needs either --auto or --values";
     if (o.automatic && has("--indices")) return "--indices does not apply with --auto";
   }
-  return "";
+  if (o.exact && (!o.tableName.empty() || o.reverse || o.invalid || o.transparent)) {
+    return "--exact keeps KivLUTSetting's own output: it takes none of --map " +
+           (o.tableName.empty() ? std::string("viridis") : o.tableName) +
+           ", --reverse, --invalid, --transparent";
+  }
+  if (o.json && o.stats) {
+    return "--json and --stats exclude each other (--json prints the same numbers as JSON)";
+  }
+  if (has("--unit") && !o.colorbar && !o.json) {
+    return "--unit is written on the colour bar and in --json: give --colorbar or --json";
+  }
+  return CheckValues(o);
 }
 
 }  // namespace
@@ -379,12 +567,26 @@ const char* OperationName(Operation operation) {
 }
 
 std::optional<int> ParseMapType(const std::string& text) {
+  const std::string lowered = Lowered(text);
   for (int i = 0; i < kNamedMapCount; ++i) {
-    if (text == kMapNames[i]) return i;
+    if (lowered == kMapNames[i]) return i;
   }
   const auto number = ParseInteger(text);
   if (number && *number >= 0 && *number <= kHighestMap) return number;
   return std::nullopt;
+}
+
+std::vector<std::string> CommandLineWarnings(const Options& options) {
+  std::vector<std::string> warnings;
+  const bool relief =
+      options.operation == Operation::kShade || options.operation == Operation::kNormals;
+  const auto& resolution = options.axes.resolution;
+  if (relief && resolution[2] != 1.0 && resolution[0] == 1.0 && resolution[1] == 1.0) {
+    warnings.push_back(
+        "only --resolution-z is set: x and y keep 1, so the relief is out of proportion (set "
+        "--resolution-x and --resolution-y too)");
+  }
+  return warnings;
 }
 
 std::string MapName(int mapType) {
@@ -483,11 +685,16 @@ SYNOPSIS
 
 DESCRIPTION
     Reads each INPUT (a file, or a folder whose .png, .tif, .tiff, .pfm (and with --raw .raw)
-    files are all processed, in parallel), maps it with OPERATION and writes a colour picture.
+    files are all processed, in parallel; with --recursive those of its subfolders too), maps it
+    with OPERATION and writes a colour picture.
     Without -o the picture goes beside its input as NAME.OPERATION.png. With -o, OUTPUT is the
     picture for a single input file (its extension picks the format: anything OpenCV writes),
     and a folder for several inputs or a folder input. Pictures are written to a temporary file
     and renamed, so a failure never leaves a half-written picture.
+
+    Standard output carries only what --stats or --json ask for; progress, failures, warnings
+    and anything the library itself prints go to standard error. Every value an option takes is
+    checked before any file is read.
 
     Range-image inputs: 8- and 16-bit PNG and TIFF, 32-bit float TIFF, PFM, or raw. Each type
     has its invalid marker (0 for unsigned types, the most negative value for signed ones,
@@ -496,7 +703,7 @@ DESCRIPTION
 
 OPERATIONS
     equalize   histogram-equalised colouring (ColorMapLUT); bounds from the data, or
-               --bounds LOW HIGH, or --bounds with --index LO HI and --below/--above colours.
+               --bounds LOW HIGH, optionally with --below/--above colours and --index LO HI.
     linear     linear colouring (LinearColorMapLUT) between the data's minimum and maximum,
                --bounds LOW HIGH (optionally with --index, --below, --above), or
                --percentile LOW HIGH (per cent of the valid pixels cut from each end).
@@ -518,14 +725,18 @@ OPERATIONS
          R"(
 EXIT STATUS
     0 when every picture was written, 1 when any input failed (the others are still written;
-    each failure is one line naming the file, with the library's status name), 2 for a bad
-    command line.
+    each failure is one line naming the file, with the library's status name; a missing or
+    unreadable file is such a failure), 2 for a bad command line or a bad option value. A run
+    of several files ends with the line "N written, M failed" on standard error.
 
 EXAMPLES
     kivlut equalize depth.png --map jet --resolution-z 0.001
     kivlut linear frames/ --percentile 2 98 -o coloured/
     kivlut scale depth.pfm --auto --legend legend.png
-    kivlut shade part.raw --raw 640x480:u16 --resolution-z 0.001 --map hot
+    kivlut shade part.raw --raw 640x480:u16 --resolution-x 0.1 --resolution-y 0.1 \
+        --resolution-z 0.001 --map hot
+    kivlut linear frames/ --recursive --map Viridis --colorbar --unit mm -o coloured/
+    kivlut equalize depth.png --json --unit mm > stats.jsonl
     kivlut demo gallery/
 )";
 }

@@ -97,6 +97,10 @@ struct ParsedCommandLine {
 // args excludes the program name.
 ParsedCommandLine ParseCommandLine(const std::vector<std::string>& args);
 
+// What a run of these options should be told about though it is not wrong ("only --resolution-z
+// is set ..."), one line each.
+std::vector<std::string> CommandLineWarnings(const Options& options);
+
 // The man-style usage text printed by --help.
 std::string UsageText();
 
