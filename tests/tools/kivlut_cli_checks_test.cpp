@@ -24,6 +24,7 @@
 #include "KivLUTSetting.h"
 #include "frame_io.h"
 #include "support/temp_folder.h"
+#include "tools/tool_under_test.h"
 
 namespace {
 
@@ -64,10 +65,7 @@ bool Contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-std::string Tool() {
-  const char* installed = std::getenv("KIVLUT_INSTALLED_TOOL");
-  return installed != nullptr && *installed != '\0' ? installed : KIVLUT_TOOL;
-}
+std::string Tool() { return ToolUnderTest(); }
 
 // Every file below `folder`, relative to it, sorted.
 std::vector<std::string> FilesBelow(const fs::path& folder) {

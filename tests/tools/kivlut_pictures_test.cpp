@@ -31,6 +31,7 @@
 #include "frame_io.h"
 #include "operations.h"
 #include "options.h"
+#include "tools/tool_under_test.h"
 
 namespace kivlut {
 namespace {
@@ -599,7 +600,7 @@ class KivlutProgramPictures : public ::testing::Test {
   // Exit status; standard output in `out`.
   int Run(const std::vector<std::string>& args, const std::string& environment,
           std::string* out = nullptr) {
-    std::string command = environment + " " + Quote(KIVLUT_TOOL);
+    std::string command = environment + " " + Quote(ToolUnderTest());
     for (const auto& arg : args) command += " " + Quote(arg);
     const fs::path outFile = dir_ / "stdout.txt";
     command += " >" + Quote(outFile.string()) + " 2>" + Quote((dir_ / "stderr.txt").string());
