@@ -55,20 +55,6 @@ inline constexpr int kCountCopies = sizeof(T) == 1 ? 4 : 1;
 // into a destination's own matrix.
 constexpr int64_t kPixelsPerLevel = 64;
 
-// The valid minimum, maximum and count from the count of each level, as the engine's summary
-// holds them.
-template <typename T>
-ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
-  ValueStatistics<T> stats{PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
-  for (int index = 0; index < kRawValueCount<T>; ++index) {
-    const T v = RawValueAtIndex<T>(index);
-    if (counts[static_cast<size_t>(index)] == 0 || !IsValidPixel(v)) continue;
-    UpdateExtremes(v, stats.minimum, stats.maximum);
-    stats.validCount += counts[static_cast<size_t>(index)];
-  }
-  return stats;
-}
-
 // Equalises the pixels of `source` between their valid minimum and maximum over all 256 entries
 // of the table of mapType (grey for maps without a table of their own), into `result`.
 template <typename T>

@@ -799,18 +799,6 @@ class HisttoLUTTbbMinMaxAndColorRange {
 };
 
 template <typename T>
-ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
-  ValueStatistics<T> stats{PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
-  for (int index = 0; index < static_cast<int>(counts.size()); ++index) {
-    const T v = RawValueAtIndex<T>(index);
-    if (counts[index] == 0 || !IsValidPixel(v)) continue;
-    UpdateExtremes(v, stats.minimum, stats.maximum);
-    stats.validCount += counts[index];
-  }
-  return stats;
-}
-
-template <typename T>
 Histogram HistogramFromCounts(const std::vector<uint32_t>& counts, double w, double low,
                               double high) {
   Histogram histogram(kHistogramBins, 0);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "common/numeric_helpers.h"
+#include "range/raw_value_lut.h"
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
 
@@ -131,6 +132,21 @@ struct PixelSummary {
 
 template <typename T>
 PixelSummary<T> SummarisePixels(const T* data, int n);
+
+// The valid minimum, maximum and count from counts of the raw values from the lowest on (they may
+// stop before the highest), as a pass over the pixels would find them: each pixel's contribution
+// depends on its value alone.
+template <typename T>
+ValueStatistics<T> StatisticsFromCounts(const std::vector<uint32_t>& counts) {
+  ValueStatistics<T> stats{PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
+  for (int index = 0; index < static_cast<int>(counts.size()); ++index) {
+    const T v = RawValueAtIndex<T>(index);
+    if (counts[static_cast<size_t>(index)] == 0 || !IsValidPixel(v)) continue;
+    UpdateExtremes(v, stats.minimum, stats.maximum);
+    stats.validCount += counts[static_cast<size_t>(index)];
+  }
+  return stats;
+}
 
 // Colours n pixels: a range that collapsed to a point (bin width not above 1e-8) gives every valid
 // pixel the one entry min(low as an unsigned 32-bit integer, 255); otherwise the histogram, the
