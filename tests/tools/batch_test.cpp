@@ -26,11 +26,14 @@
 #include "operations.h"
 #include "options.h"
 #include "support/temp_folder.h"
+#include "tools/tool_test_support.h"
 
 namespace kivlut {
 namespace {
 
 namespace fs = std::filesystem;
+using kivlut_testing::Lines;
+using kivlut_testing::StartsWith;
 
 using KIVMV::testing_support::TempFolder;
 
@@ -43,17 +46,6 @@ void Touch(const fs::path& file, const std::string& bytes = "x") {
 std::string FileBytes(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
-bool StartsWith(const std::string& text, const std::string& head) {
-  return text.compare(0, head.size(), head) == 0;
 }
 
 // The names of the files in a folder, sorted.

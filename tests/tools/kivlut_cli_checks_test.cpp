@@ -24,48 +24,23 @@
 #include "KivLUTSetting.h"
 #include "frame_io.h"
 #include "support/temp_folder.h"
-#include "tools/tool_under_test.h"
+#include "tools/tool_test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using kivlut_testing::Lines;
+using kivlut_testing::Quote;
+using kivlut_testing::ReadText;
+using kivlut_testing::StartsWith;
+using kivlut_testing::ToolRun;
 using KIVMV::testing_support::TempFolder;
-
-struct ToolRun {
-  int exitStatus = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string ReadText(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
-}
-
-std::string Quote(const std::string& word) {
-  std::string quoted = "'";
-  for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
-bool StartsWith(const std::string& text, const std::string& head) {
-  return text.compare(0, head.size(), head) == 0;
-}
 
 bool Contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-std::string Tool() { return ToolUnderTest(); }
+std::string Tool() { return kivlut_testing::ToolUnderTest(); }
 
 // Every file below `folder`, relative to it, sorted.
 std::vector<std::string> FilesBelow(const fs::path& folder) {

@@ -18,30 +18,15 @@
 #include "KivLUTSetting.h"
 #include "frame_io.h"
 #include "range/range_test_support.h"
+#include "tools/tool_test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using kivlut_testing::Quote;
+using kivlut_testing::ReadText;
+using kivlut_testing::ToolRun;
 using namespace KIVMV;
-
-struct ToolRun {
-  int exitStatus = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string ReadText(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
-}
-
-std::string Quote(const std::string& word) {
-  std::string quoted = "'";
-  for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
 
 class KivlutCli : public ::testing::Test {
  protected:

@@ -31,12 +31,13 @@
 #include "frame_io.h"
 #include "operations.h"
 #include "options.h"
-#include "tools/tool_under_test.h"
+#include "tools/tool_test_support.h"
 
 namespace kivlut {
 namespace {
 
 namespace fs = std::filesystem;
+using kivlut_testing::Quote;
 using KIVMV::KivColorArray;
 using KIVMV::KivColorTable;
 using KIVMV::KivLUTSetting;
@@ -591,16 +592,10 @@ class KivlutProgramPictures : public ::testing::Test {
   }
   void TearDown() override { fs::remove_all(dir_); }
 
-  static std::string Quote(const std::string& word) {
-    std::string quoted = "'";
-    for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-  }
-
   // Exit status; standard output in `out`.
   int Run(const std::vector<std::string>& args, const std::string& environment,
           std::string* out = nullptr) {
-    std::string command = environment + " " + Quote(ToolUnderTest());
+    std::string command = environment + " " + Quote(kivlut_testing::ToolUnderTest());
     for (const auto& arg : args) command += " " + Quote(arg);
     const fs::path outFile = dir_ / "stdout.txt";
     command += " >" + Quote(outFile.string()) + " 2>" + Quote((dir_ / "stderr.txt").string());

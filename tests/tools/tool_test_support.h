@@ -1,0 +1,54 @@
+// What the tests of the kivlut program share: which program runs, and reading what it printed.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace kivlut_testing {
+
+// One run of the program: its exit status and what it wrote to standard output and error.
+struct ToolRun {
+  int exitStatus = -1;
+  std::string out;
+  std::string err;
+};
+
+#ifdef KIVLUT_TOOL
+// The kivlut that KIVLUT_INSTALLED_TOOL names (an installed one, as run_against_installed.cmake
+// sets it), otherwise the build tree's (KIVLUT_TOOL, defined for the tests that run the program).
+inline std::string ToolUnderTest() {
+  const char* installed = std::getenv("KIVLUT_INSTALLED_TOOL");
+  return installed != nullptr && *installed != '\0' ? installed : KIVLUT_TOOL;
+}
+#endif
+
+inline std::string ReadText(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+// A word for the shell, in single quotes.
+inline std::string Quote(const std::string& word) {
+  std::string quoted = "'";
+  for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+inline std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+inline bool StartsWith(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
+
+}  // namespace kivlut_testing
