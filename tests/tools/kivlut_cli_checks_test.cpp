@@ -82,17 +82,7 @@ class KivlutChecks : public ::testing::Test {
   }
 
   ToolRun Run(const std::vector<std::string>& args) {
-    std::string command = Quote(Tool());
-    for (const auto& arg : args) command += " " + Quote(arg);
-    command += " >" + Quote(dir_ / "stdout.txt") + " 2>" + Quote(dir_ / "stderr.txt");
-    const int raw = std::system(command.c_str());
-    ToolRun run;
-    run.exitStatus = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = ReadText(dir_ / "stdout.txt");
-    run.err = ReadText(dir_ / "stderr.txt");
-    fs::remove(dir_ / "stdout.txt");
-    fs::remove(dir_ / "stderr.txt");
-    return run;
+    return kivlut_testing::RunTool(Tool(), args, "", dir_.path());
   }
 
   std::string Path(const std::string& name) const { return dir_ / name; }

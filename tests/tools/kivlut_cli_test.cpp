@@ -41,18 +41,7 @@ class KivlutCli : public ::testing::Test {
 
   // `environment` ("NAME=value ...") is put before the command by the shell.
   ToolRun Run(const std::vector<std::string>& args, const std::string& environment = "") {
-    std::string command = environment + " " + Quote(KIVLUT_TOOL);
-    for (const auto& arg : args) command += " " + Quote(arg);
-    command += " >" + Quote((dir_ / "stdout.txt").string()) + " 2>" +
-               Quote((dir_ / "stderr.txt").string());
-    const int raw = std::system(command.c_str());
-    ToolRun run;
-    run.exitStatus = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = ReadText(dir_ / "stdout.txt");
-    run.err = ReadText(dir_ / "stderr.txt");
-    fs::remove(dir_ / "stdout.txt");
-    fs::remove(dir_ / "stderr.txt");
-    return run;
+    return kivlut_testing::RunTool(KIVLUT_TOOL, args, environment, dir_);
   }
 
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }

@@ -595,18 +595,10 @@ class KivlutProgramPictures : public ::testing::Test {
   // Exit status; standard output in `out`.
   int Run(const std::vector<std::string>& args, const std::string& environment,
           std::string* out = nullptr) {
-    std::string command = environment + " " + Quote(kivlut_testing::ToolUnderTest());
-    for (const auto& arg : args) command += " " + Quote(arg);
-    const fs::path outFile = dir_ / "stdout.txt";
-    command += " >" + Quote(outFile.string()) + " 2>" + Quote((dir_ / "stderr.txt").string());
-    const int status = std::system(command.c_str());
-    if (out != nullptr) {
-      std::ifstream stream(outFile);
-      std::ostringstream text;
-      text << stream.rdbuf();
-      *out = text.str();
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const kivlut_testing::ToolRun run =
+        kivlut_testing::RunTool(kivlut_testing::ToolUnderTest(), args, environment, dir_);
+    if (out != nullptr) *out = run.out;
+    return run.exitStatus;
   }
 
   fs::path dir_;

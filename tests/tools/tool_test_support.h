@@ -1,6 +1,8 @@
 // What the tests of the kivlut program share: which program runs, and reading what it printed.
 #pragma once
 
+#include <sys/wait.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -49,6 +51,25 @@ inline std::vector<std::string> Lines(const std::string& text) {
 
 inline bool StartsWith(const std::string& text, const std::string& head) {
   return text.compare(0, head.size(), head) == 0;
+}
+
+// Runs `tool` with `args` through the shell, `environment` (assignments, may be empty) before it,
+// its standard output and error caught in files of `folder` that are gone afterwards.
+inline ToolRun RunTool(const std::string& tool, const std::vector<std::string>& args,
+                       const std::string& environment, const std::filesystem::path& folder) {
+  const std::filesystem::path out = folder / "stdout.txt";
+  const std::filesystem::path err = folder / "stderr.txt";
+  std::string command = environment + " " + Quote(tool);
+  for (const auto& arg : args) command += " " + Quote(arg);
+  command += " >" + Quote(out.string()) + " 2>" + Quote(err.string());
+  const int raw = std::system(command.c_str());
+  ToolRun run;
+  run.exitStatus = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  run.out = ReadText(out);
+  run.err = ReadText(err);
+  std::filesystem::remove(out);
+  std::filesystem::remove(err);
+  return run;
 }
 
 }  // namespace kivlut_testing
