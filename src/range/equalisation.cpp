@@ -428,13 +428,6 @@ class RunIndex {
 
   int Cell(T v) const { return view().Cell(v); }
 
-  // Cell c: the run of its first value, whether several runs start inside it, and where its
-  // second run starts when only one does (+infinity when none does).
-  int CellCount() const { return cells_; }
-  uint32_t FirstRunOf(int c) const { return cell_[static_cast<size_t>(c)].first & ~kCrowded; }
-  bool IsCrowded(int c) const { return (cell_[static_cast<size_t>(c)].first & kCrowded) != 0; }
-  Calc SecondRunStart(int c) const { return cell_[static_cast<size_t>(c)].threshold; }
-
  private:
   const T* starts_;
   Calc first_;
