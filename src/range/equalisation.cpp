@@ -21,10 +21,7 @@
 #include "range/statistics.h"
 #include "tables/colour_tables.h"
 #include "tables/padded_colour.h"
-
-#if KIVLUT_HAS_AVX2_PATHS
-#include <immintrin.h>
-#endif
+#include "tables/padded_colour_avx2.h"
 
 namespace KIVMV {
 
@@ -519,11 +516,6 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
   const __m256i belowW = _mm256_set1_epi32(static_cast<int>(below));
   const __m256i aboveW = _mm256_set1_epi32(static_cast<int>(above));
   const __m256i scalarW = _mm256_set1_epi32(static_cast<int>(kScalarColour));
-  // Each 128-bit half packs its four colours into its low 12 bytes; the halves then join.
-  const __m256i packBytes =
-      _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8,
-                       9, 10, 12, 13, 14, -1, -1, -1, -1);
-  const __m256i joinHalves = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
   const int* const cellWords = reinterpret_cast<const int*>(cellColours);
   for (int k = 0; k + 8 <= count; k += 8) {
     const __m256 v = _mm256_loadu_ps(values + k);
@@ -545,11 +537,7 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
     word = _mm256_blendv_epi8(word, colour, _mm256_castps_si256(inside));
     scalarLanes[k / 8] = static_cast<uint8_t>(
         _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(word, scalarW))));
-    const __m256i packed =
-        _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(word, packBytes), joinHalves);
-    uint8_t* at = out + 3 * static_cast<size_t>(k);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm256_castsi256_si128(packed));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at + 16), _mm256_extracti128_si256(packed, 1));
+    StoreEightColoursAvx2(word, out + 3 * static_cast<size_t>(k));
   }
 }
 #endif

@@ -24,10 +24,7 @@
 #include "common/stage_status.h"
 #include "range/checked_pixel_count.h"
 #include "range/statistics.h"
-
-#if KIVLUT_HAS_AVX2_PATHS
-#include <immintrin.h>
-#endif
+#include "tables/padded_colour_avx2.h"
 
 namespace KIVMV {
 
@@ -236,11 +233,6 @@ __attribute__((target("avx2"))) void ColourBlockBySlotsAvx2(const float* values,
   const __m256i above = _mm256_set1_epi32(LinearSlots::kAbove);
   const __m256i invalid = _mm256_set1_epi32(LinearSlots::kInvalid);
   const __m256i splitBit = _mm256_set1_epi32(static_cast<int>(LinearSlots::kSplitBit));
-  // Each 128-bit half packs its four colours into its low 12 bytes; the halves then join.
-  const __m256i packBytes =
-      _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8,
-                       9, 10, 12, 13, 14, -1, -1, -1, -1);
-  const __m256i joinHalves = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
   const int* const words = reinterpret_cast<const int*>(slots.slots.data());
   int k = 0;
   for (; k + 8 <= count; k += 8) {
@@ -255,11 +247,7 @@ __attribute__((target("avx2"))) void ColourBlockBySlotsAvx2(const float* values,
                                                         _mm256_cmp_ps(v, highest, _CMP_LE_OQ));
     index = _mm256_blendv_epi8(invalid, index, _mm256_castps_si256(valid));
     const __m256i word = _mm256_i32gather_epi32(words, index, 4);
-    const __m256i packed =
-        _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(word, packBytes), joinHalves);
-    uint8_t* const at = out + 3 * static_cast<size_t>(k);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm256_castsi256_si128(packed));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at + 16), _mm256_extracti128_si256(packed, 1));
+    StoreEightColoursAvx2(word, out + 3 * static_cast<size_t>(k));
     // Slots that a threshold splits: rare, one by one over the bytes just written.
     const int split = _mm256_movemask_ps(
         _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_and_si256(word, splitBit), splitBit)));
