@@ -334,7 +334,7 @@ class Result {
   }
   void Image(const std::string& name, const cv::Mat& mat) {
     WriteMat(Path(name), mat, false);
-    Line("image " + name);
+    Line("image_" + name + " 1");
   }
   void Vars(const std::string& name, const KIVMV::KivVarArray& vars) {
     Line(name + "_length " + std::to_string(vars.Length()));
@@ -409,6 +409,13 @@ void Colorize(const std::string& op, const Job& job, Result& result) {
     result.Status(status);
     return;
   }
+  const auto rgbLine = [&result](const std::string& key, KIVMV::KivRgb c) {
+    result.Line(key + " " + std::to_string(c.r) + " " + std::to_string(c.g) + " " +
+                std::to_string(c.b));
+  };
+  rgbLine("table_first", table.At(0));
+  rgbLine("table_last", table.At(255));
+  rgbLine("table_no_data", table.NoDataColor());
   KIVMV::KivColoringOptions options;
   const std::string mode = job.Str("mode");
   options.mode =
@@ -600,9 +607,11 @@ void Run(const std::string& op, const Job& job, Result& result) {
   } else if (op == "colorize_range" || op == "colorize_floats") {
     Colorize(op, job, result);
   } else if (op == "names") {
-    std::string line = "names";
-    for (const std::string& name : KIVMV::KivColorTable::Names()) line += " " + name;
-    result.Line(line);
+    // One a line: a name may hold a space ("hot metal").
+    const std::vector<std::string> names = KIVMV::KivColorTable::Names();
+    result.Line("names " + std::to_string(names.size()));
+    for (size_t i = 0; i < names.size(); ++i)
+      result.Line("name_" + std::to_string(i) + " " + names[i]);
   } else if (op == "status_name") {
     result.Line(std::string("name ") + KIVMV::KivLUTStatusName(job.Int("status")));
   } else if (op == "imread") {
