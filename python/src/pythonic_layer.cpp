@@ -1,0 +1,387 @@
+#include "pythonic_layer.h"
+
+#include <pybind11/stl.h>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "KivColorBar.h"
+#include "KivColorTable.h"
+#include "KivColoring.h"
+#include "numpy_views.h"
+#include "range_image_handle.h"
+
+namespace kivlut_python {
+
+namespace {
+
+using KIVMV::KivColorTable;
+using KIVMV::KivRgb;
+using namespace pybind11::literals;
+
+using RgbTuple = std::tuple<int, int, int>;
+
+// A colouring's scale with what drew it, so that a colour bar needs nothing else.
+struct Coloring {
+  KIVMV::KivColoringInfo info;
+  KivColorTable table;
+  std::string mode;
+  std::optional<KivRgb> below;
+  std::optional<KivRgb> above;
+};
+
+KivRgb RgbOf(const RgbTuple& colour, const char* argument) {
+  const auto [r, g, b] = colour;
+  for (const int component : {r, g, b}) {
+    if (component < 0 || component > 255) {
+      throw py::value_error(std::string("argument '") + argument +
+                            "' must hold components 0..255, not " + std::to_string(component));
+    }
+  }
+  return KivRgb{static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b)};
+}
+
+std::optional<KivRgb> RgbOf(const std::optional<RgbTuple>& colour, const char* argument) {
+  if (!colour) {
+    return std::nullopt;
+  }
+  return RgbOf(*colour, argument);
+}
+
+py::object TupleOf(const std::optional<KivRgb>& colour) {
+  if (!colour) {
+    return py::none();
+  }
+  return py::make_tuple(colour->r, colour->g, colour->b);
+}
+
+KivColorTable TableNamed(const std::string& name) {
+  KivColorTable table;
+  if (KivColorTable::ByName(name, &table) != KIVMV::KIV_EXT_OK) {
+    std::string names;
+    for (const std::string& known : KivColorTable::Names()) {
+      names += (names.empty() ? "" : ", ") + known;
+    }
+    throw py::value_error("unknown cmap '" + name + "'; known: " + names +
+                          " (add _r for the reversed table)");
+  }
+  return table;
+}
+
+// Blue-first pixels of the library to red-first ones for Python, and back.
+cv::Mat SwapRedBlue(const cv::Mat& mat) {
+  cv::Mat swapped;
+  if (mat.channels() == 3) {
+    cv::cvtColor(mat, swapped, cv::COLOR_BGR2RGB);
+  } else if (mat.channels() == 4) {
+    cv::cvtColor(mat, swapped, cv::COLOR_BGRA2RGBA);
+  } else {
+    swapped = mat;
+  }
+  return swapped;
+}
+
+// A uint8 picture (H, W, C) with C in `channels`, as a blue-first matrix.
+cv::Mat PictureMat(const py::object& value, const char* argument,
+                   std::initializer_list<int> channels) {
+  const py::array array = RequireArray(value, argument, "a uint8 array (H, W, C)");
+  if (!HoldsType<uint8_t>(array)) {
+    throw py::type_error(std::string("argument '") + argument + "' must be a uint8 array, not " +
+                         py::str(array.dtype()).cast<std::string>());
+  }
+  RequireDimensions(array, 3, argument);
+  RequireIntCount(array, argument);
+  const int c = static_cast<int>(array.shape(2));
+  bool taken = false;
+  for (const int allowed : channels) {
+    taken = taken || c == allowed;
+  }
+  if (!taken) {
+    throw py::value_error(std::string("argument '") + argument + "' has " + std::to_string(c) +
+                          " channels, which it cannot have here");
+  }
+  const py::array pixels = CContiguous(array);
+  const cv::Mat view(DimensionAsInt(array, 0, argument), DimensionAsInt(array, 1, argument),
+                     CV_8UC(c), BytesOf(pixels));
+  return SwapRedBlue(view);  // a new matrix: the view's array may go
+}
+
+py::array PictureArray(const cv::Mat& bgr) {
+  const cv::Mat rgb = SwapRedBlue(bgr);
+  return ArrayOwningMat(rgb, {rgb.rows, rgb.cols, rgb.channels()});
+}
+
+KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<double> low,
+                                     std::optional<double> high,
+                                     const std::pair<double, double>& percentiles) {
+  KIVMV::KivColoringOptions options;
+  if (low.has_value() != high.has_value()) {
+    throw py::value_error("give both low and high, or neither");
+  }
+  if (mode == "equalize" || mode == "linear") {
+    options.mode =
+        mode == "equalize" ? KIVMV::KivColoringMode::kEqualised : KIVMV::KivColoringMode::kLinear;
+    if (low) {
+      options.bounds = KIVMV::KivBoundsSource::kGiven;
+      options.low = *low;
+      options.high = *high;
+    }
+  } else if (mode == "percentile") {
+    if (low) {
+      throw py::value_error("mode 'percentile' takes its bounds from `percentiles`, not low/high");
+    }
+    options.mode = KIVMV::KivColoringMode::kLinear;
+    options.bounds = KIVMV::KivBoundsSource::kPercentile;
+    options.lowPercentile = percentiles.first;
+    options.highPercentile = percentiles.second;
+  } else {
+    throw py::value_error("mode must be 'equalize', 'linear' or 'percentile', not '" + mode + "'");
+  }
+  return options;
+}
+
+py::tuple Colorize(const py::object& data, const std::string& mode, const std::string& cmap,
+                   std::optional<double> low, std::optional<double> high,
+                   const std::pair<double, double>& percentiles,
+                   const std::optional<RgbTuple>& nodata_color,
+                   const std::optional<RgbTuple>& below_color,
+                   const std::optional<RgbTuple>& above_color, bool alpha, double resolution_z,
+                   double offset_z) {
+  Coloring coloring;
+  coloring.mode = mode;
+  coloring.table = TableNamed(cmap);
+  KIVMV::KivColoringOptions options = OptionsFor(mode, low, high, percentiles);
+  options.noDataColor = RgbOf(nodata_color, "nodata_color");
+  options.belowColor = RgbOf(below_color, "below_color");
+  options.aboveColor = RgbOf(above_color, "above_color");
+  options.channels = alpha ? 4 : 3;
+  coloring.below = options.belowColor;
+  coloring.above = options.aboveColor;
+
+  KIVMV::KivColorArray out;
+  py::array keepAlive;
+  int height = 0;
+  int width = 0;
+  long status = KIVMV::KIV_EXT_OK;
+  const auto colourRange = [&](const KIVMV::KivRangeImage& image) {
+    height = image.Height();
+    width = image.Width();
+    py::gil_scoped_release release;
+    status = KIVMV::KivColorRangeImage(image, coloring.table, options, &out, &coloring.info);
+  };
+  if (py::isinstance<RangeImageHandle>(data)) {
+    colourRange(data.cast<RangeImageHandle&>().Image());
+  } else {
+    const py::array array = RequireArray(
+        data, "data", "a kivlut.RangeImage, a 2-D array of a pixel type or a 1-D float32 array");
+    if (array.ndim() == 2) {
+      KIVMV::KivRangeImage image = RangeImageView(array, "data", &keepAlive);
+      image.SetResolution(1.0, 1.0, resolution_z);
+      image.SetOffset(0.0, 0.0, offset_z);
+      colourRange(image);
+    } else if (array.ndim() == 1) {
+      const KIVMV::Kiv3DFloatArray values = FloatArrayView(array, "data", &keepAlive);
+      py::gil_scoped_release release;
+      status = KIVMV::KivColorFloatArray(values, coloring.table, options, &out, &coloring.info);
+    } else {
+      throw py::value_error("argument 'data' must be a 2-D image or a 1-D float32 array, not " +
+                            std::to_string(array.ndim()) + "-D");
+    }
+  }
+  ThrowOnExtStatus(status);
+  const cv::Mat rgb = SwapRedBlue(out.Mat());
+  const py::ssize_t length = static_cast<py::ssize_t>(rgb.total());
+  py::array picture = height > 0 && length == static_cast<py::ssize_t>(height) * width
+                          ? ArrayOwningMat(rgb, {height, width, rgb.channels()})
+                          : ArrayOwningMat(rgb, {length, rgb.channels()});
+  return py::make_tuple(picture, py::cast(std::move(coloring)));
+}
+
+py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& cmap, bool vertical,
+                   int length, int thickness, const std::string& unit, int ticks, bool end_caps,
+                   const std::optional<RgbTuple>& below_color,
+                   const std::optional<RgbTuple>& above_color, const RgbTuple& text_color,
+                   const RgbTuple& background, double font_scale) {
+  const KivColorTable table = cmap ? TableNamed(*cmap) : coloring.table;
+  KIVMV::KivColorBarOptions options;
+  options.vertical = vertical;
+  options.length = length;
+  options.thickness = thickness;
+  options.unit = unit;
+  options.ticks = ticks;
+  options.endCaps = end_caps;
+  options.belowColor = below_color ? RgbOf(below_color, "below_color") : coloring.below;
+  options.aboveColor = above_color ? RgbOf(above_color, "above_color") : coloring.above;
+  options.textColor = RgbOf(text_color, "text_color");
+  options.background = RgbOf(background, "background");
+  options.fontScale = font_scale;
+  cv::Mat bar;
+  ThrowOnExtStatus(KIVMV::KivDrawColorBar(table, coloring.info, options, &bar));
+  return PictureArray(bar);
+}
+
+py::array AttachColorbar(const py::object& picture, const py::object& bar, bool vertical,
+                         const RgbTuple& background) {
+  const cv::Mat pictureBgr = PictureMat(picture, "picture", {3, 4});
+  const cv::Mat barBgr = PictureMat(bar, "bar", {3});
+  KIVMV::KivColorBarOptions options;
+  options.vertical = vertical;
+  options.background = RgbOf(background, "background");
+  cv::Mat joined;
+  ThrowOnExtStatus(KIVMV::KivAttachColorBar(pictureBgr, barBgr, options, &joined));
+  return PictureArray(joined);
+}
+
+[[noreturn]] void ThrowOsError(const std::string& message) {
+  PyErr_SetString(PyExc_OSError, message.c_str());
+  throw py::error_already_set();
+}
+
+py::array ReadImage(const std::string& path) {
+  cv::Mat image;
+  try {
+    image = cv::imread(path, cv::IMREAD_UNCHANGED);
+  } catch (const cv::Exception& error) {
+    ThrowOsError("cannot read '" + path + "': " + error.what());
+  }
+  if (image.empty()) {
+    ThrowOsError("cannot read '" + path + "' as an image");
+  }
+  if (image.channels() == 1) {
+    return ArrayOwningMat(image, {image.rows, image.cols});
+  }
+  return PictureArray(image);
+}
+
+void WriteImage(const std::string& path, const py::object& picture) {
+  const py::array array = RequireArray(picture, "picture", "a numpy array");
+  int depth = -1;
+  if (HoldsType<uint8_t>(array)) depth = CV_8U;
+  if (HoldsType<uint16_t>(array)) depth = CV_16U;
+  if (HoldsType<float>(array)) depth = CV_32F;
+  if (depth < 0) {
+    throw py::type_error("argument 'picture' must be uint8, uint16 or float32, not " +
+                         py::str(array.dtype()).cast<std::string>());
+  }
+  if (array.ndim() != 2 && array.ndim() != 3) {
+    throw py::value_error("argument 'picture' must be (H, W) or (H, W, C)");
+  }
+  const int channels = array.ndim() == 3 ? static_cast<int>(array.shape(2)) : 1;
+  if (channels != 1 && channels != 3 && channels != 4) {
+    throw py::value_error("argument 'picture' must have 1, 3 or 4 channels");
+  }
+  RequireIntCount(array, "picture");
+  const py::array pixels = CContiguous(array);
+  const cv::Mat view(DimensionAsInt(array, 0, "picture"), DimensionAsInt(array, 1, "picture"),
+                     CV_MAKETYPE(depth, channels), BytesOf(pixels));
+  bool written = false;
+  try {
+    written = cv::imwrite(path, SwapRedBlue(view));
+  } catch (const cv::Exception& error) {
+    ThrowOsError("cannot write '" + path + "': " + error.what());
+  }
+  if (!written) {
+    ThrowOsError("cannot write '" + path + "'");
+  }
+}
+
+void BindColoring(py::module_& module) {
+  py::class_<Coloring>(module, "ColoringInfo",
+                       "What a colorize() call measured and used; colorbar() draws from it.")
+      .def_property_readonly("mode", [](const Coloring& c) { return c.mode; })
+      .def_property_readonly("cmap", [](const Coloring& c) { return c.table.Name(); })
+      .def_property_readonly(
+          "minimum", [](const Coloring& c) { return c.info.minimum; },
+          "The smallest valid value (NaN when there is none).")
+      .def_property_readonly("maximum", [](const Coloring& c) { return c.info.maximum; })
+      .def_property_readonly("valid_count", [](const Coloring& c) { return c.info.validCount; })
+      .def_property_readonly("no_data_count", [](const Coloring& c) { return c.info.noDataCount; })
+      .def_property_readonly(
+          "low", [](const Coloring& c) { return c.info.low; },
+          "The lower bound the colouring ran between.")
+      .def_property_readonly("high", [](const Coloring& c) { return c.info.high; })
+      .def_property_readonly(
+          "entry_start",
+          [](const Coloring& c) {
+            py::array_t<double> starts(static_cast<py::ssize_t>(c.info.entryStart.size()));
+            std::copy(c.info.entryStart.begin(), c.info.entryStart.end(), starts.mutable_data());
+            return starts;
+          },
+          "257 values: where each of the 256 colours begins, the last being `high` (empty when\n"
+          "there was no valid value).")
+      .def_property_readonly("below_color", [](const Coloring& c) { return TupleOf(c.below); })
+      .def_property_readonly("above_color", [](const Coloring& c) { return TupleOf(c.above); })
+      .def(
+          "table_position",
+          [](const Coloring& c, double value) { return c.info.TablePosition(value); }, "value"_a,
+          "Where `value` lands along the colour table, 0 to 1 (NaN without a scale).")
+      .def("__repr__", [](const Coloring& c) {
+        return py::str(
+                   "kivlut.ColoringInfo(mode={!r}, cmap={!r}, low={!r}, high={!r}, "
+                   "valid_count={})")
+            .format(c.mode, c.table.Name(), c.info.low, c.info.high, c.info.validCount)
+            .cast<std::string>();
+      });
+}
+
+}  // namespace
+
+void BindPythonicLayer(py::module_& module) {
+  BindColoring(module);
+  module.def(
+      "cmaps", [] { return KivColorTable::Names(); },
+      "The table names colorize() and colorbar() take (any case; add _r to reverse).");
+  module.def("colorize", &Colorize, "data"_a, "mode"_a = "equalize", "cmap"_a = "rainbow",
+             py::kw_only(), "low"_a = py::none(), "high"_a = py::none(),
+             "percentiles"_a = std::pair<double, double>{1.0, 99.0}, "nodata_color"_a = py::none(),
+             "below_color"_a = py::none(), "above_color"_a = py::none(), "alpha"_a = false,
+             "resolution_z"_a = 1.0, "offset_z"_a = 0.0,
+             R"(Colour heights through a colour table; returns (picture, info).
+
+data: a kivlut.RangeImage, a 2-D array of uint8, int8, uint16, int16, int32, float32 or float64
+    (a range image: height = raw x resolution_z + offset_z; no-data 0 for the integer types,
+    NaN, infinities and -FLT_MAX for floats), or a 1-D float32 array.
+mode: "equalize" (histogram equalisation), "linear" (evenly between the bounds) or "percentile"
+    (linear between the `percentiles` of the valid values).
+cmap: a name from kivlut.cmaps(), any case, "_r" appended for the reversed table.
+low, high: both or neither: heights to colour between instead of the measured extremes.
+percentiles: (low, high), each 0..100, for mode "percentile".
+nodata_color, below_color, above_color: (r, g, b) for no-data and for valid values below and
+    above the bounds; default the table's no-data colour and its two ends.
+alpha: RGBA output, alpha 0 on no-data and 255 elsewhere.
+resolution_z, offset_z: the height of a raw value of a plain 2-D array.
+
+picture: uint8 (H, W, 3) RGB or (H, W, 4) RGBA ((N, 3|4) for a 1-D input), for matplotlib's
+    imshow and PIL's Image.fromarray. info: a kivlut.ColoringInfo (bounds, counts, scale).
+Raises LUTError (a KIV_EXT_ERR_ status) when the colouring refuses its input.)");
+  module.def("colorbar", &Colorbar, "info"_a, py::kw_only(), "cmap"_a = py::none(),
+             "vertical"_a = true, "length"_a = 256, "thickness"_a = 20, "unit"_a = "mm",
+             "ticks"_a = 5, "end_caps"_a = true, "below_color"_a = py::none(),
+             "above_color"_a = py::none(), "text_color"_a = RgbTuple{0, 0, 0},
+             "background"_a = RgbTuple{255, 255, 255}, "font_scale"_a = 0.4,
+             R"(The colour bar of a colouring, uint8 (h, w, 3) RGB.
+
+info: what colorize() returned. cmap, below_color, above_color: default to the ones the
+colouring used. vertical: low values at the bottom (else on the left). length: pixels along the
+colours (16..8192); thickness: across them (4..512). unit: written after the labels (ASCII).
+ticks: about this many labelled ticks (2..20). end_caps: triangles in the below/above colours.
+text_color, background: (r, g, b). font_scale: of OpenCV's Hershey font (0.1..4).)");
+  module.def(
+      "attach_colorbar", &AttachColorbar, "picture"_a, "bar"_a, py::kw_only(), "vertical"_a = true,
+      "background"_a = RgbTuple{255, 255, 255},
+      "The picture ((H, W, 3) RGB or (H, W, 4) RGBA, uint8) with the bar on its right (below\n"
+      "it when vertical=False), centred on the background; uint8 RGB.");
+  module.def(
+      "read_image", &ReadImage, "path"_a,
+      "An image file as OpenCV reads it unchanged: 16-bit PNG, float PFM and TIFF keep their\n"
+      "depth; (H, W) for one channel, RGB(A) for colour. Raises OSError.");
+  module.def("write_image", &WriteImage, "path"_a, "picture"_a,
+             "Writes (H, W) or (H, W, 3|4) RGB(A) pixels, uint8, uint16 or float32, with OpenCV\n"
+             "(format from the extension). Raises OSError.");
+}
+
+}  // namespace kivlut_python
