@@ -116,7 +116,8 @@ def _token(value):
         return repr(value)
     if isinstance(value, (tuple, list)):
         return ",".join(_token(v) for v in value)
-    return str(value)
+    # The job file is split at spaces; the runner turns %20 back into one.
+    return str(value).replace("%", "%25").replace(" ", "%20")
 
 
 class Reference:
@@ -206,3 +207,11 @@ def assert_lut_error(kivlut, status_names, excinfo, status):
     assert isinstance(error, kivlut.LUTError)
     assert error.status == status, f"status {error.status}, C++ gave {status}"
     assert error.name == status_names[status]
+
+
+def same_values(a, b):
+    """Equal lists of numbers, NaN matching NaN (a record's break values may be NaN)."""
+    a, b = list(a), list(b)
+    return len(a) == len(b) and all(
+        (x != x and y != y) or (x == y and type(x) is type(y)) for x, y in zip(a, b)
+    )

@@ -173,13 +173,30 @@ void WriteColors(const std::string& path, const KIVMV::KivColorArray& colors) {
   WriteNpy(path, CV_8U, {length, channels}, bytes.data());
 }
 
+// The test escapes spaces (a table is named "hot metal") and percent signs of a value.
+std::string Unescape(const std::string& text) {
+  std::string plain;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && text.compare(i + 1, 2, "20") == 0) {
+      plain += ' ';
+      i += 2;
+    } else if (text[i] == '%' && text.compare(i + 1, 2, "25") == 0) {
+      plain += '%';
+      i += 2;
+    } else {
+      plain += text[i];
+    }
+  }
+  return plain;
+}
+
 class Job {
  public:
   explicit Job(const std::vector<std::string>& tokens) {
     for (size_t i = 2; i < tokens.size(); ++i) {
       const size_t eq = tokens[i].find('=');
       if (eq == std::string::npos) throw std::runtime_error("not KEY=VALUE: " + tokens[i]);
-      args_[tokens[i].substr(0, eq)] = tokens[i].substr(eq + 1);
+      args_[tokens[i].substr(0, eq)] = Unescape(tokens[i].substr(eq + 1));
     }
   }
   bool Has(const std::string& key) const { return args_.count(key) != 0; }
