@@ -13,11 +13,15 @@ KIVLUT_PACKAGES=(
   # The sanitizer and libFuzzer runtimes of Clang 14, and llvm-symbolizer-14 for readable reports:
   # neither comes with clang-14 under --no-install-recommends.
   libclang-rt-14-dev llvm-14
+  # The Python module kivlut, built for Debian's /usr/bin/python3.
+  pybind11-dev python3-dev python3-numpy
 )
 
 # Only the test command needs these: the gallery test opens the demo's index.html in headless
 # Chromium through chromedriver and Selenium.
 KIVLUT_BROWSER_PACKAGES=(chromium chromium-driver python3-selenium)
+# And the Python module's tests run under pytest.
+KIVLUT_PYTHON_TEST_PACKAGES=(python3-pytest)
 
 # kivlut_install_packages PACKAGE...: installs those of the Debian packages that are missing.
 kivlut_install_packages() {

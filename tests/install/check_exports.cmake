@@ -297,12 +297,13 @@ endif()
 if(NOT DEFINED DIALOG)
   set(DIALOG ON)
 endif()
-# The installed default configuration; only what costs time and installs nothing is left out.
+# The installed default configuration; only what costs time and installs nothing is left out, and
+# the Python module, which no program links: pybind11 builds it with every symbol hidden.
 run_step("configure" ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${build} -G ${GENERATOR} ${make_program}
          -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
          -DKIVLUT_FAULT_INJECTION=OFF -DKIVLUT_BUILD_DIALOG=${DIALOG}
          -DKIVLUT_BUILD_TESTS=OFF -DKIVLUT_BUILD_BENCHMARKS=OFF -DKIVLUT_BUILD_EXAMPLES=OFF
-         -DKIVLUT_BUILD_TOOLS=OFF)
+         -DKIVLUT_BUILD_TOOLS=OFF -DKIVLUT_BUILD_PYTHON=OFF)
 execute_process(COMMAND nproc OUTPUT_VARIABLE jobs OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT jobs)
   cmake_host_system_information(RESULT jobs QUERY NUMBER_OF_LOGICAL_CORES)
