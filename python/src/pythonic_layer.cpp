@@ -15,6 +15,46 @@
 #include "numpy_views.h"
 #include "range_image_handle.h"
 
+// KivRgb as an (r, g, b) tuple of ints 0..255; another length or a component out of range is a
+// ValueError.
+namespace pybind11 {
+namespace detail {
+
+template <>
+struct type_caster<KIVMV::KivRgb> {
+  PYBIND11_TYPE_CASTER(KIVMV::KivRgb, const_name("tuple[int, int, int]"));
+
+  bool load(handle source, bool convert) {
+    if (!isinstance<sequence>(source) || isinstance<str>(source) || isinstance<bytes>(source)) {
+      return false;
+    }
+    const auto components = reinterpret_borrow<sequence>(source);
+    if (components.size() != 3) {
+      throw value_error("a colour is an (r, g, b) tuple, not " + std::to_string(components.size()) +
+                        " values");
+    }
+    int rgb[3] = {0, 0, 0};
+    for (size_t i = 0; i < 3; ++i) {
+      make_caster<int> component;
+      if (!component.load(components[i], convert)) return false;
+      rgb[i] = cast_op<int>(component);
+      if (rgb[i] < 0 || rgb[i] > 255) {
+        throw value_error("a colour's components are 0..255, not " + std::to_string(rgb[i]));
+      }
+    }
+    value = KIVMV::KivRgb{static_cast<uint8_t>(rgb[0]), static_cast<uint8_t>(rgb[1]),
+                          static_cast<uint8_t>(rgb[2])};
+    return true;
+  }
+
+  static handle cast(const KIVMV::KivRgb& colour, return_value_policy, handle) {
+    return make_tuple(colour.r, colour.g, colour.b).release();
+  }
+};
+
+}  // namespace detail
+}  // namespace pybind11
+
 namespace kivlut_python {
 
 namespace {
@@ -22,8 +62,6 @@ namespace {
 using KIVMV::KivColorTable;
 using KIVMV::KivRgb;
 using namespace pybind11::literals;
-
-using RgbTuple = std::tuple<int, int, int>;
 
 // A colouring's scale with what drew it, so that a colour bar needs nothing else.
 struct Coloring {
@@ -33,31 +71,6 @@ struct Coloring {
   std::optional<KivRgb> below;
   std::optional<KivRgb> above;
 };
-
-KivRgb RgbOf(const RgbTuple& colour, const char* argument) {
-  const auto [r, g, b] = colour;
-  for (const int component : {r, g, b}) {
-    if (component < 0 || component > 255) {
-      throw py::value_error(std::string("argument '") + argument +
-                            "' must hold components 0..255, not " + std::to_string(component));
-    }
-  }
-  return KivRgb{static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b)};
-}
-
-std::optional<KivRgb> RgbOf(const std::optional<RgbTuple>& colour, const char* argument) {
-  if (!colour) {
-    return std::nullopt;
-  }
-  return RgbOf(*colour, argument);
-}
-
-py::object TupleOf(const std::optional<KivRgb>& colour) {
-  if (!colour) {
-    return py::none();
-  }
-  return py::make_tuple(colour->r, colour->g, colour->b);
-}
 
 KivColorTable TableNamed(const std::string& name) {
   KivColorTable table;
@@ -115,6 +128,19 @@ py::array PictureArray(const cv::Mat& bgr) {
   return ArrayOwningMat(rgb, {rgb.rows, rgb.cols, rgb.channels()});
 }
 
+// (low, high) percentiles: a sequence of two numbers; another length is a ValueError.
+std::pair<double, double> PercentilesOf(const py::object& value) {
+  if (!py::isinstance<py::sequence>(value) || py::isinstance<py::str>(value)) {
+    throw py::type_error("argument 'percentiles' must be a (low, high) tuple of numbers");
+  }
+  const auto pair = py::reinterpret_borrow<py::sequence>(value);
+  if (pair.size() != 2) {
+    throw py::value_error("argument 'percentiles' must hold 2 numbers, not " +
+                          std::to_string(pair.size()));
+  }
+  return {pair[0].cast<double>(), pair[1].cast<double>()};
+}
+
 KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<double> low,
                                      std::optional<double> high,
                                      const std::pair<double, double>& percentiles) {
@@ -146,18 +172,17 @@ KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<doub
 
 py::tuple Colorize(const py::object& data, const std::string& mode, const std::string& cmap,
                    std::optional<double> low, std::optional<double> high,
-                   const std::pair<double, double>& percentiles,
-                   const std::optional<RgbTuple>& nodata_color,
-                   const std::optional<RgbTuple>& below_color,
-                   const std::optional<RgbTuple>& above_color, bool alpha, double resolution_z,
+                   const py::object& percentiles, const std::optional<KivRgb>& nodata_color,
+                   const std::optional<KivRgb>& below_color,
+                   const std::optional<KivRgb>& above_color, bool alpha, double resolution_z,
                    double offset_z) {
   Coloring coloring;
   coloring.mode = mode;
   coloring.table = TableNamed(cmap);
-  KIVMV::KivColoringOptions options = OptionsFor(mode, low, high, percentiles);
-  options.noDataColor = RgbOf(nodata_color, "nodata_color");
-  options.belowColor = RgbOf(below_color, "below_color");
-  options.aboveColor = RgbOf(above_color, "above_color");
+  KIVMV::KivColoringOptions options = OptionsFor(mode, low, high, PercentilesOf(percentiles));
+  options.noDataColor = nodata_color;
+  options.belowColor = below_color;
+  options.aboveColor = above_color;
   options.channels = alpha ? 4 : 3;
   coloring.below = options.belowColor;
   coloring.above = options.aboveColor;
@@ -203,9 +228,9 @@ py::tuple Colorize(const py::object& data, const std::string& mode, const std::s
 
 py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& cmap, bool vertical,
                    int length, int thickness, const std::string& unit, int ticks, bool end_caps,
-                   const std::optional<RgbTuple>& below_color,
-                   const std::optional<RgbTuple>& above_color, const RgbTuple& text_color,
-                   const RgbTuple& background, double font_scale) {
+                   const std::optional<KivRgb>& below_color,
+                   const std::optional<KivRgb>& above_color, const KivRgb& text_color,
+                   const KivRgb& background, double font_scale) {
   const KivColorTable table = cmap ? TableNamed(*cmap) : coloring.table;
   KIVMV::KivColorBarOptions options;
   options.vertical = vertical;
@@ -214,10 +239,10 @@ py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& c
   options.unit = unit;
   options.ticks = ticks;
   options.endCaps = end_caps;
-  options.belowColor = below_color ? RgbOf(below_color, "below_color") : coloring.below;
-  options.aboveColor = above_color ? RgbOf(above_color, "above_color") : coloring.above;
-  options.textColor = RgbOf(text_color, "text_color");
-  options.background = RgbOf(background, "background");
+  options.belowColor = below_color ? below_color : coloring.below;
+  options.aboveColor = above_color ? above_color : coloring.above;
+  options.textColor = text_color;
+  options.background = background;
   options.fontScale = font_scale;
   cv::Mat bar;
   ThrowOnExtStatus(KIVMV::KivDrawColorBar(table, coloring.info, options, &bar));
@@ -225,12 +250,12 @@ py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& c
 }
 
 py::array AttachColorbar(const py::object& picture, const py::object& bar, bool vertical,
-                         const RgbTuple& background) {
+                         const KivRgb& background) {
   const cv::Mat pictureBgr = PictureMat(picture, "picture", {3, 4});
   const cv::Mat barBgr = PictureMat(bar, "bar", {3});
   KIVMV::KivColorBarOptions options;
   options.vertical = vertical;
-  options.background = RgbOf(background, "background");
+  options.background = background;
   cv::Mat joined;
   ThrowOnExtStatus(KIVMV::KivAttachColorBar(pictureBgr, barBgr, options, &joined));
   return PictureArray(joined);
@@ -313,8 +338,13 @@ void BindColoring(py::module_& module) {
           },
           "257 values: where each of the 256 colours begins, the last being `high` (empty when\n"
           "there was no valid value).")
-      .def_property_readonly("below_color", [](const Coloring& c) { return TupleOf(c.below); })
-      .def_property_readonly("above_color", [](const Coloring& c) { return TupleOf(c.above); })
+      .def_property_readonly(
+          "below_color", [](const Coloring& c) { return c.below.value_or(c.table.At(0)); },
+          "The colour of valid values below `low`: the one given, else the table's first entry.")
+      .def_property_readonly(
+          "above_color",
+          [](const Coloring& c) { return c.above.value_or(c.table.At(KivColorTable::kSize - 1)); },
+          "The colour of valid values above `high`: the one given, else the table's last entry.")
       .def(
           "table_position",
           [](const Coloring& c, double value) { return c.info.TablePosition(value); }, "value"_a,
@@ -337,7 +367,7 @@ void BindPythonicLayer(py::module_& module) {
       "The table names colorize() and colorbar() take (any case; add _r to reverse).");
   module.def("colorize", &Colorize, "data"_a, "mode"_a = "equalize", "cmap"_a = "rainbow",
              py::kw_only(), "low"_a = py::none(), "high"_a = py::none(),
-             "percentiles"_a = std::pair<double, double>{1.0, 99.0}, "nodata_color"_a = py::none(),
+             "percentiles"_a = py::make_tuple(1.0, 99.0), "nodata_color"_a = py::none(),
              "below_color"_a = py::none(), "above_color"_a = py::none(), "alpha"_a = false,
              "resolution_z"_a = 1.0, "offset_z"_a = 0.0,
              R"(Colour heights through a colour table; returns (picture, info).
@@ -361,8 +391,8 @@ Raises LUTError (a KIV_EXT_ERR_ status) when the colouring refuses its input.)")
   module.def("colorbar", &Colorbar, "info"_a, py::kw_only(), "cmap"_a = py::none(),
              "vertical"_a = true, "length"_a = 256, "thickness"_a = 20, "unit"_a = "mm",
              "ticks"_a = 5, "end_caps"_a = true, "below_color"_a = py::none(),
-             "above_color"_a = py::none(), "text_color"_a = RgbTuple{0, 0, 0},
-             "background"_a = RgbTuple{255, 255, 255}, "font_scale"_a = 0.4,
+             "above_color"_a = py::none(), "text_color"_a = KivRgb{0, 0, 0},
+             "background"_a = KivRgb{255, 255, 255}, "font_scale"_a = 0.4,
              R"(The colour bar of a colouring, uint8 (h, w, 3) RGB.
 
 info: what colorize() returned. cmap, below_color, above_color: default to the ones the
@@ -372,7 +402,7 @@ ticks: about this many labelled ticks (2..20). end_caps: triangles in the below/
 text_color, background: (r, g, b). font_scale: of OpenCV's Hershey font (0.1..4).)");
   module.def(
       "attach_colorbar", &AttachColorbar, "picture"_a, "bar"_a, py::kw_only(), "vertical"_a = true,
-      "background"_a = RgbTuple{255, 255, 255},
+      "background"_a = KivRgb{255, 255, 255},
       "The picture ((H, W, 3) RGB or (H, W, 4) RGBA, uint8) with the bar on its right (below\n"
       "it when vertical=False), centred on the background; uint8 RGB.");
   module.def(
