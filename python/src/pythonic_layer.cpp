@@ -2,6 +2,8 @@
 
 #include <pybind11/stl.h>
 
+#include <memory>
+#include <mutex>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <optional>
@@ -12,6 +14,7 @@
 #include "KivColorBar.h"
 #include "KivColorTable.h"
 #include "KivColoring.h"
+#include "KivSequenceColoring.h"
 #include "numpy_views.h"
 #include "range_image_handle.h"
 
@@ -170,6 +173,50 @@ KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<doub
   return options;
 }
 
+// Colours `data` (a RangeImage, a 2-D array of a pixel type taken as a range image with the given
+// height scale, or a 1-D float32 array) with colourRange(image) or colourValues(values), each
+// returning a status, called without the GIL; returns the picture, red first.
+template <typename RangeCall, typename ValuesCall>
+py::array ColourData(const py::object& data, double resolution_z, double offset_z,
+                     RangeCall&& colourRange, ValuesCall&& colourValues,
+                     const KIVMV::KivColorArray& out) {
+  py::array keepAlive;
+  int height = 0;
+  int width = 0;
+  long status = KIVMV::KIV_EXT_OK;
+  const auto range = [&](const KIVMV::KivRangeImage& image) {
+    height = image.Height();
+    width = image.Width();
+    py::gil_scoped_release release;
+    status = colourRange(image);
+  };
+  if (py::isinstance<RangeImageHandle>(data)) {
+    range(data.cast<RangeImageHandle&>().Image());
+  } else {
+    const py::array array = RequireArray(
+        data, "data", "a kivlut.RangeImage, a 2-D array of a pixel type or a 1-D float32 array");
+    if (array.ndim() == 2) {
+      KIVMV::KivRangeImage image = RangeImageView(array, "data", &keepAlive);
+      image.SetResolution(1.0, 1.0, resolution_z);
+      image.SetOffset(0.0, 0.0, offset_z);
+      range(image);
+    } else if (array.ndim() == 1) {
+      const KIVMV::Kiv3DFloatArray values = FloatArrayView(array, "data", &keepAlive);
+      py::gil_scoped_release release;
+      status = colourValues(values);
+    } else {
+      throw py::value_error("argument 'data' must be a 2-D image or a 1-D float32 array, not " +
+                            std::to_string(array.ndim()) + "-D");
+    }
+  }
+  ThrowOnExtStatus(status);
+  const cv::Mat rgb = SwapRedBlue(out.Mat());
+  const py::ssize_t length = static_cast<py::ssize_t>(rgb.total());
+  return height > 0 && length == static_cast<py::ssize_t>(height) * width
+             ? ArrayOwningMat(rgb, {height, width, rgb.channels()})
+             : ArrayOwningMat(rgb, {length, rgb.channels()});
+}
+
 py::tuple Colorize(const py::object& data, const std::string& mode, const std::string& cmap,
                    std::optional<double> low, std::optional<double> high,
                    const py::object& percentiles, const std::optional<KivRgb>& nodata_color,
@@ -188,42 +235,82 @@ py::tuple Colorize(const py::object& data, const std::string& mode, const std::s
   coloring.above = options.aboveColor;
 
   KIVMV::KivColorArray out;
-  py::array keepAlive;
-  int height = 0;
-  int width = 0;
-  long status = KIVMV::KIV_EXT_OK;
-  const auto colourRange = [&](const KIVMV::KivRangeImage& image) {
-    height = image.Height();
-    width = image.Width();
-    py::gil_scoped_release release;
-    status = KIVMV::KivColorRangeImage(image, coloring.table, options, &out, &coloring.info);
-  };
-  if (py::isinstance<RangeImageHandle>(data)) {
-    colourRange(data.cast<RangeImageHandle&>().Image());
-  } else {
-    const py::array array = RequireArray(
-        data, "data", "a kivlut.RangeImage, a 2-D array of a pixel type or a 1-D float32 array");
-    if (array.ndim() == 2) {
-      KIVMV::KivRangeImage image = RangeImageView(array, "data", &keepAlive);
-      image.SetResolution(1.0, 1.0, resolution_z);
-      image.SetOffset(0.0, 0.0, offset_z);
-      colourRange(image);
-    } else if (array.ndim() == 1) {
-      const KIVMV::Kiv3DFloatArray values = FloatArrayView(array, "data", &keepAlive);
-      py::gil_scoped_release release;
-      status = KIVMV::KivColorFloatArray(values, coloring.table, options, &out, &coloring.info);
-    } else {
-      throw py::value_error("argument 'data' must be a 2-D image or a 1-D float32 array, not " +
-                            std::to_string(array.ndim()) + "-D");
-    }
-  }
-  ThrowOnExtStatus(status);
-  const cv::Mat rgb = SwapRedBlue(out.Mat());
-  const py::ssize_t length = static_cast<py::ssize_t>(rgb.total());
-  py::array picture = height > 0 && length == static_cast<py::ssize_t>(height) * width
-                          ? ArrayOwningMat(rgb, {height, width, rgb.channels()})
-                          : ArrayOwningMat(rgb, {length, rgb.channels()});
+  py::array picture = ColourData(
+      data, resolution_z, offset_z,
+      [&](const KIVMV::KivRangeImage& image) {
+        return KIVMV::KivColorRangeImage(image, coloring.table, options, &out, &coloring.info);
+      },
+      [&](const KIVMV::Kiv3DFloatArray& values) {
+        return KIVMV::KivColorFloatArray(values, coloring.table, options, &out, &coloring.info);
+      },
+      out);
   return py::make_tuple(picture, py::cast(std::move(coloring)));
+}
+
+// kivlut.SequenceColorizer: a KivSequenceColorizer with what a colour bar of its frames needs. One
+// frame at a time: the lock keeps two threads from colouring with the same carried state at once.
+struct Sequence {
+  Sequence(const KivColorTable& table, const KIVMV::KivSequenceOptions& options, std::string m)
+      : colorizer(table, options), mode(std::move(m)) {}
+
+  KIVMV::KivSequenceColorizer colorizer;
+  std::string mode;
+  std::mutex lock;
+};
+
+std::unique_ptr<Sequence> MakeSequence(const std::string& cmap, const std::string& mode,
+                                       double time_constant, std::optional<double> low,
+                                       std::optional<double> high, const py::object& percentiles,
+                                       double dead_band, int hold_frames, double entry_tolerance,
+                                       const std::optional<KivRgb>& nodata_color,
+                                       const std::optional<KivRgb>& below_color,
+                                       const std::optional<KivRgb>& above_color, bool alpha) {
+  const KIVMV::KivColoringOptions coloring =
+      OptionsFor(mode, low, high, PercentilesOf(percentiles));
+  KIVMV::KivSequenceOptions options;
+  options.mode = coloring.mode;
+  options.bounds = coloring.bounds;
+  options.low = coloring.low;
+  options.high = coloring.high;
+  options.lowPercentile = coloring.lowPercentile;
+  options.highPercentile = coloring.highPercentile;
+  options.timeConstant = time_constant;
+  options.boundDeadBand = dead_band;
+  options.holdFrames = hold_frames;
+  options.entryTolerance = entry_tolerance;
+  options.noDataColor = nodata_color;
+  options.belowColor = below_color;
+  options.aboveColor = above_color;
+  options.channels = alpha ? 4 : 3;
+  return std::make_unique<Sequence>(TableNamed(cmap), options, mode);
+}
+
+Coloring ColoringOf(const Sequence& sequence, KIVMV::KivColoringInfo info) {
+  Coloring coloring;
+  coloring.info = std::move(info);
+  coloring.table = sequence.colorizer.Table();
+  coloring.mode = sequence.mode;
+  coloring.below = sequence.colorizer.Options().belowColor;
+  coloring.above = sequence.colorizer.Options().aboveColor;
+  return coloring;
+}
+
+py::tuple ColourNextFrame(Sequence& sequence, const py::object& frame, double resolution_z,
+                          double offset_z) {
+  KIVMV::KivColorArray out;
+  KIVMV::KivColoringInfo info;
+  py::array picture = ColourData(
+      frame, resolution_z, offset_z,
+      [&](const KIVMV::KivRangeImage& image) {
+        const std::lock_guard<std::mutex> hold(sequence.lock);
+        return sequence.colorizer.ColorFrame(image, &out, &info);
+      },
+      [&](const KIVMV::Kiv3DFloatArray& values) {
+        const std::lock_guard<std::mutex> hold(sequence.lock);
+        return sequence.colorizer.ColorFrame(values, &out, &info);
+      },
+      out);
+  return py::make_tuple(picture, py::cast(ColoringOf(sequence, std::move(info))));
 }
 
 py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& cmap, bool vertical,
@@ -358,6 +445,65 @@ void BindColoring(py::module_& module) {
       });
 }
 
+void BindSequence(py::module_& module) {
+  py::class_<Sequence>(module, "SequenceColorizer",
+                       R"(Colours frame after frame with colours that hold still.
+
+SequenceColorizer(cmap="rainbow", mode="equalize", *, time_constant=10.0, low=None, high=None,
+                  percentiles=(1.0, 99.0), dead_band=0.02, hold_frames=3, entry_tolerance=1.0,
+                  nodata_color=None, below_color=None, above_color=None, alpha=False)
+
+The mapping (bounds, and for "equalize" the histogram) is carried from frame to frame: a bound
+follows the median of its last 2 x hold_frames - 1 proposals (so outliers lasting fewer than
+hold_frames frames are ignored), not at all while that lies within dead_band (a fraction of the
+span), else covering 1 - exp(-1 / time_constant) of the distance each frame; the histogram is
+smoothed with the same time constant, and the colours change only when some height would move
+by entry_tolerance table entries or more. time_constant=0 colours every frame for itself.
+The other arguments are as for kivlut.colorize().
+
+    stable = kivlut.SequenceColorizer("turbo", "equalize", time_constant=10)
+    for depth in frames:
+        rgb, info = stable.colorize(depth)
+)")
+      .def(py::init(&MakeSequence), "cmap"_a = "rainbow", "mode"_a = "equalize", py::kw_only(),
+           "time_constant"_a = 10.0, "low"_a = py::none(), "high"_a = py::none(),
+           "percentiles"_a = py::make_tuple(1.0, 99.0), "dead_band"_a = 0.02, "hold_frames"_a = 3,
+           "entry_tolerance"_a = 1.0, "nodata_color"_a = py::none(), "below_color"_a = py::none(),
+           "above_color"_a = py::none(), "alpha"_a = false)
+      .def("colorize", &ColourNextFrame, "frame"_a, py::kw_only(), "resolution_z"_a = 1.0,
+           "offset_z"_a = 0.0,
+           "Colours the next frame (as kivlut.colorize() takes data) and carries it into the\n"
+           "mapping; returns (picture RGB or RGBA, info). Raises LUTError when the frame or the\n"
+           "options are refused (KIV_EXT_ERR_SEQUENCE_OPTIONS for the latter); the carried\n"
+           "mapping is then as it was.")
+      .def(
+          "reset",
+          [](Sequence& self) {
+            const std::lock_guard<std::mutex> hold(self.lock);
+            self.colorizer.Reset();
+          },
+          "Forgets every frame: the next one starts afresh.")
+      .def(
+          "current_mapping",
+          [](Sequence& self) {
+            KIVMV::KivColoringInfo info;
+            {
+              const std::lock_guard<std::mutex> hold(self.lock);
+              ThrowOnExtStatus(self.colorizer.CurrentMapping(&info));
+            }
+            return ColoringOf(self, std::move(info));
+          },
+          "The mapping the next frame will be coloured with, for kivlut.colorbar(); raises\n"
+          "LUTError (KIV_EXT_ERR_NO_SCALE) before the first frame with a valid value.")
+      .def_property_readonly(
+          "frames_seen",
+          [](Sequence& self) {
+            const std::lock_guard<std::mutex> hold(self.lock);
+            return self.colorizer.FramesSeen();
+          },
+          "Frames coloured since construction or reset().");
+}
+
 }  // namespace
 
 void BindPythonicLayer(py::module_& module) {
@@ -388,6 +534,7 @@ resolution_z, offset_z: the height of a raw value of a plain 2-D array.
 picture: uint8 (H, W, 3) RGB or (H, W, 4) RGBA ((N, 3|4) for a 1-D input), for matplotlib's
     imshow and PIL's Image.fromarray. info: a kivlut.ColoringInfo (bounds, counts, scale).
 Raises LUTError (a KIV_EXT_ERR_ status) when the colouring refuses its input.)");
+  BindSequence(module);
   module.def("colorbar", &Colorbar, "info"_a, py::kw_only(), "cmap"_a = py::none(),
              "vertical"_a = true, "length"_a = 256, "thickness"_a = 20, "unit"_a = "mm",
              "ticks"_a = 5, "end_caps"_a = true, "below_color"_a = py::none(),
