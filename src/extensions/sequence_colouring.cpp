@@ -1,13 +1,17 @@
 // Sequence colouring: KivSequenceColorizer's checks, and the one pass that colours a frame through
 // the carried mapping while it measures the frame for the next one.
 #include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 #include <tbb/parallel_reduce.h>
 #include <tbb/partitioner.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "KivSequenceColoring.h"
@@ -24,6 +28,9 @@ struct Units {
   bool scaled = false;
   double resolution = 1.0;
   double offset = 0.0;
+
+  double Physical(double raw) const { return scaled ? (raw - offset) * resolution : raw; }
+  double Raw(double physical) const { return scaled ? physical / resolution + offset : physical; }
 };
 
 // What a pixel is painted with; `out` null: measure only.
@@ -43,79 +50,236 @@ inline void Put(uint8_t* pixel, const uint8_t* colour, int channels, uint8_t alp
   if (channels == 4) pixel[3] = alpha;
 }
 
-FrameMeasure EmptyMeasure() {
+// A CellMapping in a frame's raw units and in the arithmetic of its pixel type.
+template <typename T>
+struct RawMapping {
+  using Real = SequenceReal<T>;
+  Real low;
+  Real high;
+  Real scale;  // cells per raw unit; 0 for bounds that coincide or are beyond measure
+  const float* base;
+  const float* slope;
+};
+
+template <typename T>
+RawMapping<T> InRawUnits(const CellMapping& mapping, const Units& units) {
+  using Real = SequenceReal<T>;
+  const double low = units.Raw(mapping.low);
+  const double high = units.Raw(mapping.high);
+  const Real scale = static_cast<Real>(kSequenceCells / (high - low));
+  return {static_cast<Real>(low), static_cast<Real>(high),
+          std::isfinite(scale) && scale > 0 ? scale : Real{0}, mapping.base.data(),
+          mapping.slope.data()};
+}
+
+struct PartMeasure {
+  int64_t valid = 0;
+  int64_t below = 0;
+  int64_t above = 0;
+  double minimum = std::numeric_limits<double>::infinity();  // raw
+  double maximum = -std::numeric_limits<double>::infinity();
+  std::vector<int64_t> cells = std::vector<int64_t>(kSequenceCells, 0);
+};
+
+// Colours pixels [begin, end) through `m` into paint.out (when set) and counts them into `part`.
+// Every pixel's colour depends on its own value only, and the counts are sums, so the result is
+// the same however the pixels are split between workers.
+inline constexpr int kBelow = -1;
+inline constexpr int kAbove = -2;
+inline constexpr int kNoData = -3;
+
+// Where one raw value goes under `m`: its cell, or kBelow, kAbove or kNoData; and, when the paint
+// has colours, the colour it takes. The one definition of a pixel's colour: the loop over pixels
+// and the table of every 8- and 16-bit value both call it.
+template <typename T>
+int Place(T raw, const RawMapping<T>& m, const Paint& paint, const uint8_t** colour) {
+  using Real = SequenceReal<T>;
+  if (!IsValidPixel(raw)) {
+    *colour = paint.noData;
+    return kNoData;
+  }
+  const Real c = static_cast<Real>(raw);
+  if (c < m.low) {
+    *colour = paint.below;
+    return kBelow;
+  }
+  if (c > m.high) {
+    *colour = paint.above;
+    return kAbove;
+  }
+  // Between the bounds t lies in [0, cells] up to rounding; NaN only for bounds beyond measure.
+  // Both are settled before any conversion to int.
+  const Real t = (c - m.low) * m.scale;
+  const int cell = t < Real{kSequenceCells} ? static_cast<int>(t) : kSequenceCells - 1;
+  if (paint.entries != nullptr) {
+    const float across = std::min(1.0f, static_cast<float>(t - static_cast<Real>(cell)));
+    const float position = m.base[cell] + m.slope[cell] * across;
+    *colour = paint.entries + 3 * std::min(255, static_cast<int>(position));
+  }
+  return cell;
+}
+
+// The counts of one worker's pixels. kCountCells: the cells are counted; a linear colouring
+// between measured or given bounds needs only the extremes and skips that store per pixel.
+template <typename T, bool kCountCells>
+struct Tally {
+  std::array<uint32_t, kSequenceCells> cells{};
+  T lowest = std::numeric_limits<T>::max();
+  T highest = std::numeric_limits<T>::lowest();
+  int64_t valid = 0;
+  int64_t below = 0;
+  int64_t above = 0;
+
+  void Add(T raw, int place) {
+    if (place == kNoData) return;
+    ++valid;
+    lowest = std::min(lowest, raw);
+    highest = std::max(highest, raw);
+    if (place >= 0) {
+      if constexpr (kCountCells) ++cells[place];
+    } else if (place == kBelow) {
+      ++below;
+    } else {
+      ++above;
+    }
+  }
+
+  void AddTo(PartMeasure& part) const {
+    part.valid += valid;
+    part.below += below;
+    part.above += above;
+    if (valid > 0) {
+      part.minimum = std::min(part.minimum, static_cast<double>(lowest));
+      part.maximum = std::max(part.maximum, static_cast<double>(highest));
+    }
+    for (int c = 0; c < kSequenceCells; ++c) part.cells[c] += cells[c];
+  }
+};
+
+// Every value of an 8- or 16-bit pixel type placed once, for frames with many more pixels than
+// the type has values: a pixel then costs two loads.
+template <typename T>
+struct ValueTable {
+  static constexpr int kValues = 1 << (8 * sizeof(T));
+  static constexpr int kFirst = static_cast<int>(std::numeric_limits<T>::min());
+
+  ValueTable(const RawMapping<T>& m, const Paint& paint)
+      : place(kValues), colour(3 * static_cast<size_t>(kValues), 0) {
+    tbb::parallel_for(
+        tbb::blocked_range<int>(0, kValues, 4096), [&](const tbb::blocked_range<int>& values) {
+          for (int v = values.begin(); v != values.end(); ++v) {
+            const uint8_t* c = nullptr;
+            place[v] = static_cast<int16_t>(Place(static_cast<T>(v + kFirst), m, paint, &c));
+            if (c != nullptr) std::memcpy(&colour[3 * static_cast<size_t>(v)], c, 3);
+          }
+        });
+  }
+
+  std::vector<int16_t> place;
+  std::vector<uint8_t> colour;
+};
+
+template <typename T>
+inline constexpr bool kHasValueTable = std::is_integral_v<T> && sizeof(T) <= 2;
+
+// Colours pixels [begin, end) through `m` into paint.out (when set) and counts them into `part`,
+// through `table` when there is one. Every pixel's colour depends on its own value only, and the
+// counts are sums, so the result is the same however the pixels are split between workers.
+// kChannels: 3 or 4 bytes a pixel written, 0 for measuring only; fixed per instance, so the loop
+// carries no test of it.
+template <typename T, bool kCountCells, int kChannels>
+void ColourAndMeasureRange(const T* data, int begin, int end, const RawMapping<T>& m,
+                           const Paint& paint, const ValueTable<T>* table, PartMeasure& part) {
+  Tally<T, kCountCells> tally;
+  for (int i = begin; i < end; ++i) {
+    const T raw = data[i];
+    const uint8_t* colour = nullptr;
+    int place;
+    if constexpr (kHasValueTable<T>) {
+      if (table != nullptr) {
+        const size_t v = static_cast<size_t>(static_cast<int>(raw) - ValueTable<T>::kFirst);
+        place = table->place[v];
+        colour = &table->colour[3 * v];
+      } else {
+        place = Place(raw, m, paint, &colour);
+      }
+    } else {
+      place = Place(raw, m, paint, &colour);
+    }
+    if constexpr (kChannels > 0) {
+      uint8_t* pixel = paint.out + static_cast<size_t>(kChannels) * i;
+      pixel[0] = colour[0];
+      pixel[1] = colour[1];
+      pixel[2] = colour[2];
+      if constexpr (kChannels == 4) pixel[3] = place == kNoData ? 0 : 255;
+    }
+    tally.Add(raw, place);
+  }
+  tally.AddTo(part);
+}
+
+FrameMeasure InPhysicalUnits(PartMeasure part, const Units& units) {
   FrameMeasure measure;
-  measure.minimum = std::numeric_limits<double>::infinity();
-  measure.maximum = -std::numeric_limits<double>::infinity();
+  measure.valid = part.valid;
+  measure.below = part.below;
+  measure.above = part.above;
+  measure.minimum = units.Physical(part.minimum);
+  measure.maximum = units.Physical(part.maximum);
+  measure.cells = std::move(part.cells);
   return measure;
 }
 
-void Join(FrameMeasure& into, const FrameMeasure& part) {
-  into.valid += part.valid;
-  into.minimum = std::min(into.minimum, part.minimum);
-  into.maximum = std::max(into.maximum, part.maximum);
-  into.below += part.below;
-  into.above += part.above;
-  for (int c = 0; c < kSequenceCells; ++c) into.cells[c] += part.cells[c];
-}
-
-// Colours pixels [begin, end) through `mapping` into paint.out (when set) and counts them into
-// `measure`. Every pixel's colour depends on its own value only, and the counts are sums, so the
-// result is the same however the pixels are split between workers.
-template <typename T>
-void ColourAndMeasureRange(const T* data, int begin, int end, const Units& units,
-                           const CellMapping& mapping, const Paint& paint, FrameMeasure& measure) {
-  const double span = mapping.high - mapping.low;
-  const double cellScale = span > 0.0 ? kSequenceCells / span : 0.0;
-  for (int i = begin; i < end; ++i) {
-    const T raw = data[i];
-    uint8_t* pixel =
-        paint.out != nullptr ? paint.out + static_cast<size_t>(paint.channels) * i : nullptr;
-    if (!IsValidPixel(raw)) {
-      if (pixel != nullptr) Put(pixel, paint.noData, paint.channels, 0);
-      continue;
-    }
-    const double v = units.scaled ? (static_cast<double>(raw) - units.offset) * units.resolution
-                                  : static_cast<double>(raw);
-    ++measure.valid;
-    measure.minimum = std::min(measure.minimum, v);
-    measure.maximum = std::max(measure.maximum, v);
-    if (v < mapping.low) {
-      ++measure.below;
-      if (pixel != nullptr) Put(pixel, paint.below, paint.channels, 255);
-    } else if (v > mapping.high) {
-      ++measure.above;
-      if (pixel != nullptr) Put(pixel, paint.above, paint.channels, 255);
-    } else {
-      // t is at least 0 here, and infinite only when the span overflows: clamped in floating
-      // point before any conversion to int.
-      const double t = cellScale > 0.0 ? (v - mapping.low) * cellScale : 0.0;
-      const int cell = t < kSequenceCells ? static_cast<int>(t) : kSequenceCells - 1;
-      ++measure.cells[cell];
-      if (pixel != nullptr) {
-        const float across = std::min(1.0f, static_cast<float>(t - cell));
-        const float position = mapping.base[cell] + mapping.slope[cell] * across;
-        const int entry = std::min(255, static_cast<int>(position));
-        Put(pixel, paint.entries + 3 * entry, paint.channels, 255);
-      }
-    }
-  }
-}
+template <int kChannels>
+using Channels = std::integral_constant<int, kChannels>;
 
 template <typename T>
 FrameMeasure ColourAndMeasure(const T* data, int n, const Units& units, const CellMapping& mapping,
-                              const Paint& paint) {
-  return tbb::parallel_reduce(
-      tbb::blocked_range<int>(0, n, GrainSize(n)), EmptyMeasure(),
-      [&](const tbb::blocked_range<int>& pixels, FrameMeasure measure) {
-        ColourAndMeasureRange(data, pixels.begin(), pixels.end(), units, mapping, paint, measure);
-        return measure;
+                              const Paint& paint, bool countCells) {
+  const RawMapping<T> m = InRawUnits<T>(mapping, units);
+  std::unique_ptr<ValueTable<T>> table;
+  if constexpr (kHasValueTable<T>) {
+    if (paint.out != nullptr && n >= 4 * ValueTable<T>::kValues) {
+      table = std::make_unique<ValueTable<T>>(m, paint);
+    }
+  }
+  PartMeasure total = tbb::parallel_reduce(
+      tbb::blocked_range<int>(0, n, GrainSize(n)), PartMeasure{},
+      [&](const tbb::blocked_range<int>& pixels, PartMeasure part) {
+        const auto run = [&](auto countCells, auto channels) {
+          ColourAndMeasureRange<T, decltype(countCells)::value, decltype(channels)::value>(
+              data, pixels.begin(), pixels.end(), m, paint, table.get(), part);
+        };
+        using Yes = std::true_type;
+        using No = std::false_type;
+        const int channels = paint.out == nullptr ? 0 : paint.channels;
+        if (channels == 0) {
+          countCells ? run(Yes{}, Channels<0>{}) : run(No{}, Channels<0>{});
+        } else if (channels == 3) {
+          countCells ? run(Yes{}, Channels<3>{}) : run(No{}, Channels<3>{});
+        } else {
+          countCells ? run(Yes{}, Channels<4>{}) : run(No{}, Channels<4>{});
+        }
+        return part;
       },
-      [](FrameMeasure a, const FrameMeasure& b) {
-        Join(a, b);
+      [](PartMeasure a, const PartMeasure& b) {
+        a.valid += b.valid;
+        a.below += b.below;
+        a.above += b.above;
+        a.minimum = std::min(a.minimum, b.minimum);
+        a.maximum = std::max(a.maximum, b.maximum);
+        for (int c = 0; c < kSequenceCells; ++c) a.cells[c] += b.cells[c];
         return a;
       },
       tbb::simple_partitioner());
+  return InPhysicalUnits(std::move(total), units);
+}
+
+// The valid count and extremes of a frame, for a frame measured before it is coloured.
+template <typename T>
+FrameMeasure Extremes(const T* data, int n, const Units& units) {
+  CellMapping none;
+  none.low = none.high = std::numeric_limits<double>::quiet_NaN();
+  return ColourAndMeasure(data, n, units, none, Paint{}, false);
 }
 
 void StoreRgb(uint8_t* bgr, KivRgb colour) {
@@ -182,23 +346,23 @@ struct KivSequenceColorizer::State {
     // Without a carried mapping, or without carrying, a frame is measured for itself first:
     // extremes, then its cells between the bounds it proposes, then it is coloured.
     const bool fresh = !carried.HasMapping() || options.timeConstant == 0.0;
+    const bool countCells = options.mode == KivColoringMode::kEqualised ||
+                            options.bounds == KivBoundsSource::kPercentile;
     FrameMeasure measure;
     if (fresh) {
       const Paint measureOnly{};
-      CellMapping everything;
-      everything.low = -std::numeric_limits<double>::infinity();
-      everything.high = std::numeric_limits<double>::infinity();
-      const FrameMeasure extremes = ColourAndMeasure(data, n, units, everything, measureOnly);
+      const FrameMeasure extremes = Extremes(data, n, units);
       if (extremes.valid > 0) {
         CarriedMapping trial = carried;
         trial.StartFrom(extremes.minimum, extremes.maximum);
-        trial.TakeFrame(ColourAndMeasure(data, n, units, trial.Mapping(), measureOnly), true);
+        trial.TakeFrame(ColourAndMeasure(data, n, units, trial.Mapping(), measureOnly, countCells),
+                        true);
         carried = std::move(trial);
       }
-      measure = ColourAndMeasure(data, n, units, carried.Mapping(), paint);
+      measure = ColourAndMeasure(data, n, units, carried.Mapping(), paint, false);
     } else {
       const CellMapping used = carried.Mapping();
-      measure = ColourAndMeasure(data, n, units, used, paint);
+      measure = ColourAndMeasure(data, n, units, used, paint, countCells);
       carried.TakeFrame(measure, false);
       info = InfoOf(used, options.mode);
     }

@@ -127,33 +127,49 @@ TEST(CarriedMapping, EqualisedRunsFollowTheSharesAndEntryStartsInvertThem) {
 
 // ---- The kernel against a plain loop ----
 
-// The colour of one value under a mapping, as the carried mapping defines it, written plainly.
-std::vector<uint8_t> ReferenceColour(double v, bool valid, const CellMapping& m,
+// Where a raw value lands under a mapping, written plainly: -1 below, kSequenceCells above, else
+// its cell and the fraction across it, in the pixel type's arithmetic and the frame's raw units.
+template <typename T>
+std::pair<int, float> ReferenceCell(T raw, const CellMapping& m, double resolution) {
+  using Real = SequenceReal<T>;
+  const Real low = static_cast<Real>(m.low / resolution);
+  const Real high = static_cast<Real>(m.high / resolution);
+  Real scale = static_cast<Real>(kSequenceCells / (m.high / resolution - m.low / resolution));
+  if (!(std::isfinite(scale) && scale > 0)) scale = 0;
+  const Real c = static_cast<Real>(raw);
+  if (c < low) return {-1, 0.0f};
+  if (c > high) return {kSequenceCells, 0.0f};
+  const Real t = (c - low) * scale;
+  const int cell = t < Real{kSequenceCells} ? static_cast<int>(t) : kSequenceCells - 1;
+  return {cell, std::min(1.0f, static_cast<float>(t - static_cast<Real>(cell)))};
+}
+
+template <typename T>
+std::vector<uint8_t> ReferenceColour(T raw, const CellMapping& m, double resolution,
                                      const KivColorTable& table, int channels) {
   KivRgb c;
   uint8_t alpha = 255;
-  if (!valid) {
+  if (!ReferenceIsValid(raw)) {
     c = table.NoDataColor();
     alpha = 0;
-  } else if (v < m.low) {
-    c = table.At(0);
-  } else if (v > m.high) {
-    c = table.At(255);
   } else {
-    const double span = m.high - m.low;
-    const double t = span > 0.0 ? (v - m.low) * (kSequenceCells / span) : 0.0;
-    const int cell = t < kSequenceCells ? static_cast<int>(t) : kSequenceCells - 1;
-    const float across = std::min(1.0f, static_cast<float>(t - cell));
-    const float position = m.base[cell] + m.slope[cell] * across;
-    c = table.At(std::min(255, static_cast<int>(position)));
+    const auto [cell, across] = ReferenceCell(raw, m, resolution);
+    if (cell < 0) {
+      c = table.At(0);
+    } else if (cell == kSequenceCells) {
+      c = table.At(255);
+    } else {
+      const float position = m.base[cell] + m.slope[cell] * across;
+      c = table.At(std::min(255, static_cast<int>(position)));
+    }
   }
   std::vector<uint8_t> bytes{c.b, c.g, c.r};
   if (channels == 4) bytes.push_back(alpha);
   return bytes;
 }
 
-// Rebuilds the mapping a colouriser reported from its entry starts' bounds and the carried state:
-// the test drives a CarriedMapping of its own alongside, through the same frames.
+// Every frame of a colouriser against a plain loop that drives a CarriedMapping of its own through
+// the same frames.
 template <typename T>
 void ExpectFramesMatchThePlainLoop(KivColoringMode mode, int channels) {
   std::mt19937_64 random(1234 + static_cast<int>(mode) + channels);
@@ -195,20 +211,19 @@ void ExpectFramesMatchThePlainLoop(KivColoringMode mode, int channels) {
           ++into.valid;
           into.minimum = std::min(into.minimum, v);
           into.maximum = std::max(into.maximum, v);
-          if (v < m.low) {
+          const int cell = ReferenceCell(p[i], m, scale).first;
+          if (cell < 0) {
             ++into.below;
-          } else if (v > m.high) {
+          } else if (cell == kSequenceCells) {
             ++into.above;
           } else {
-            const double span = m.high - m.low;
-            const double t = span > 0.0 ? (v - m.low) * (kSequenceCells / span) : 0.0;
-            ++into.cells[t < kSequenceCells ? static_cast<int>(t) : kSequenceCells - 1];
+            ++into.cells[cell];
           }
         }
       };
       if (fresh) {
         FrameMeasure extremes = measure;
-        count(CellMapping{-INFINITY, INFINITY, {}, {}}, extremes);
+        count(CellMapping{kNaN, kNaN, {}, {}}, extremes);
         if (extremes.valid > 0) {
           shadow.StartFrom(extremes.minimum, extremes.maximum);
           FrameMeasure cells = measure;
@@ -221,9 +236,7 @@ void ExpectFramesMatchThePlainLoop(KivColoringMode mode, int channels) {
       if (!fresh) shadow.TakeFrame(measure, false);
       const std::vector<uint8_t> bytes = Bytes(out);
       for (int i = 0; i < w * h; ++i) {
-        const bool valid = ReferenceIsValid(p[i]);
-        const std::vector<uint8_t> expected = ReferenceColour(
-            valid ? static_cast<double>(p[i]) * scale : 0.0, valid, used, table, channels);
+        const std::vector<uint8_t> expected = ReferenceColour(p[i], used, scale, table, channels);
         ASSERT_TRUE(std::equal(expected.begin(), expected.end(), bytes.begin() + channels * i))
             << "pixel " << i << " of " << w << " x " << h << ", frame " << frame;
       }
