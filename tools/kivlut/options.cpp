@@ -304,8 +304,9 @@ struct OptionEntry {
 const std::vector<OptionEntry>& OptionTable() {
   static const std::vector<OptionEntry> table = {
       {"-o", "OUTPUT", kAllButDemo, Store(&Options::output, kText),
-       "output picture or folder; OUT.avi (MJPG) or OUT.mp4 (mp4v) writes one\n"
-       "video of every frame in natural name order instead"},
+       "output picture or folder\n"
+       "OUT.avi (MJPG) or OUT.mp4 (mp4v): one video of every frame, in natural\n"
+       "name order, instead of pictures"},
       {"--map", "MAP", kMappedOperations, StoreMap(),
        "colour map 0..10 or grey, rainbow, hot, diverging, isoluminant, rgb,\n"
        "jet (default rainbow; 7..10 colour in grey; scale takes 1..10); for\n"
@@ -384,16 +385,16 @@ const std::vector<OptionEntry>& OptionTable() {
       {"--recursive", "", kFrameOperations, Raise(&Options::recursive),
        "folder inputs with their subfolders; with -o the subfolders are\n"
        "repeated under OUTPUT"},
-      {"--jobs", "N", kAllButDemo, Store(&Options::jobs, kCount),
-       "files coloured at once (default: one per core; --stable and a video\n"
-       "colour one frame after another whatever N says)"},
       {"--stable", "N", kOtherTableOperations, Store(&Options::stable, kNumber),
        "equalize, linear: the frames are a sequence, coloured in natural name\n"
        "order (f2 before f10) by one colouriser that carries bounds and\n"
        "histogram from frame to frame with a time constant of N frames (> 0);\n"
-       "not with linear --bounds, --index, --array, --exact"},
+       "one frame after another whatever --jobs says; not with linear\n"
+       "--bounds, --index, --array, --exact"},
       {"--fps", "F", kFrameOperations, Store(&Options::fps, kNumber),
        "with -o OUT.avi or OUT.mp4: the video's frame rate (default 10)"},
+      {"--jobs", "N", kAllButDemo, Store(&Options::jobs, kCount),
+       "files coloured at once (default: one per core)"},
   };
   return table;
 }
