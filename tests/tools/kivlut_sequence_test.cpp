@@ -349,6 +349,16 @@ TEST_F(KivlutSequence, Mp4HoldsOneFramePerInput) {
   ASSERT_EQ(video.frames.size(), 3u);
   for (const cv::Mat& frame : video.frames) EXPECT_EQ(frame.size(), cv::Size(kWidth, kHeight));
   EXPECT_TRUE(HiddenFilesIn(dir_.path()).empty());
+
+  // mp4v takes even sizes: a picture with a colour bar is padded up to them, never cut.
+  ASSERT_EQ(Run({"linear", Path("seq/f1.png"), "--colorbar", "-o", Path("f1.png")}).exitStatus, 0);
+  const cv::Mat picture = cv::imread(Path("f1.png"), cv::IMREAD_COLOR);
+  ASSERT_FALSE(picture.empty());
+  ASSERT_EQ(Run({"linear", Path("seq"), "--colorbar", "-o", Path("bars.mp4")}).exitStatus, 0);
+  const VideoContents bars = ReadVideo(Path("bars.mp4"));
+  ASSERT_EQ(bars.frames.size(), 3u);
+  const cv::Size even(picture.cols + picture.cols % 2, picture.rows + picture.rows % 2);
+  for (const cv::Mat& frame : bars.frames) EXPECT_EQ(frame.size(), even);
 }
 
 }  // namespace

@@ -478,6 +478,16 @@ bool WriteBytesAtomically(const std::filesystem::path& file, const void* bytes, 
                  [&](std::string* why) { return WriteBytesOrThrow(file, bytes, size, why); });
 }
 
+namespace {
+
+// The frame size a video is written at: the picture's, rounded up to even for mp4v.
+cv::Size EvenSize(cv::Size size, bool mp4) {
+  if (!mp4) return size;
+  return cv::Size(size.width + size.width % 2, size.height + size.height % 2);
+}
+
+}  // namespace
+
 struct VideoFile::State {
   fs::path file;
   double fps = 0.0;
@@ -486,6 +496,7 @@ struct VideoFile::State {
   cv::Size size;
   int frames = 0;
   bool broken = false;
+  bool mp4 = false;
 
   State(fs::path target, double rate)
       : file(std::move(target)), fps(rate), temp(TemporarySibling(file)) {}
@@ -525,10 +536,16 @@ bool VideoFile::Append(const cv::Mat& picture, std::string* error) {
         *why = "cannot write the video: the folder does not exist";
         return false;
       }
-      const bool mp4 = Lowered(s.file.extension().string()) == ".mp4";
+      s.mp4 = Lowered(s.file.extension().string()) == ".mp4";
+      const bool mp4 = s.mp4;
       const int fourcc = mp4 ? cv::VideoWriter::fourcc('m', 'p', '4', 'v')
                              : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
-      if (!s.writer.open(s.temp.path().string(), fourcc, s.fps, colour.size(), true)) {
+      // OpenCV's own MJPEG writer keeps any size; FFmpeg's would drop an odd last column or row.
+      const std::string temp = s.temp.path().string();
+      const bool opened =
+          (!mp4 && s.writer.open(temp, cv::CAP_OPENCV_MJPEG, fourcc, s.fps, colour.size(), true)) ||
+          s.writer.open(temp, fourcc, s.fps, EvenSize(colour.size(), mp4), true);
+      if (!opened) {
         s.broken = true;
         *why = std::string("cannot write the video: OpenCV has no writer for ") +
                (mp4 ? "mp4v in .mp4" : "MJPG in .avi") + " here, or " +
@@ -542,6 +559,12 @@ bool VideoFile::Append(const cv::Mat& picture, std::string* error) {
              " differs from the video's " + std::to_string(s.size.width) + "x" +
              std::to_string(s.size.height) + " (the first frame's picture)";
       return false;
+    }
+    const cv::Size written = EvenSize(colour.size(), s.mp4);
+    if (written != colour.size()) {
+      // mp4v codes whole 2x2 blocks of chroma: an odd picture gets one black column or row.
+      cv::copyMakeBorder(colour, colour, 0, written.height - colour.rows, 0,
+                         written.width - colour.cols, cv::BORDER_CONSTANT, cv::Scalar(0, 0, 0));
     }
     s.writer.write(colour);
     ++s.frames;

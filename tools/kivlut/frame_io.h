@@ -50,7 +50,8 @@ bool WriteBytesAtomically(const std::filesystem::path& file, const void* bytes, 
 // One video written picture by picture: into a hidden temporary file beside `file` (with its
 // extension, from which OpenCV picks the container), renamed over `file` by Finish(). Destroyed
 // unfinished, or finished without a frame, it leaves nothing behind and `file` untouched. .avi is
-// encoded as MJPG, .mp4 as mp4v.
+// encoded as MJPG at the picture's size, .mp4 as mp4v, an odd width or height padded with one
+// black column or row (mp4v takes even sizes only).
 class VideoFile {
  public:
   VideoFile(std::filesystem::path file, double fps);
