@@ -4,10 +4,11 @@
 //
 // How the mapping follows the data (every parameter is in KivSequenceOptions):
 // - Bounds. Each frame proposes bounds: its valid minimum and maximum, or its percentiles. A bound
-//   ignores proposals within `boundDeadBand` (a fraction of the current span) of where it is, and
-//   moves only once the proposal has stayed outside that band for `holdFrames` frames in a row;
-//   then it follows the proposal with the time constant `timeConstant` (in frames: each frame it
-//   covers 1 - exp(-1 / timeConstant) of the remaining distance).
+//   looks at the median of the proposals of the last 2 x `holdFrames` - 1 frames, so that an
+//   outlier lasting fewer than `holdFrames` frames never moves it; it stays where it is while that
+//   median lies within `boundDeadBand` (a fraction of the current span) of it, and otherwise
+//   follows it with the time constant `timeConstant` (in frames: each frame it covers
+//   1 - exp(-1 / timeConstant) of the remaining distance).
 // - Histogram (equalised mode). The share of the valid values in each of 1024 cells between the
 //   bounds is carried over frames with the same time constant. Colours follow its cumulative
 //   distribution, linearly within a cell, so that equal shares of the values get equal shares of
@@ -47,7 +48,7 @@ struct KivSequenceOptions {
   double highPercentile = 99.0;
   double timeConstant = 10.0;   // frames, >= 0
   double boundDeadBand = 0.02;  // fraction of the span, 0 <= band < 1
-  int holdFrames = 3;           // 1..1000
+  int holdFrames = 3;           // 1..1000: excursions shorter than this are not followed
   double entryTolerance = 1.0;  // table entries, >= 0
   std::optional<KivRgb> noDataColor;
   std::optional<KivRgb> belowColor;
