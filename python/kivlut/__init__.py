@@ -2,7 +2,8 @@
 
 The faithful layer, LUTSetting, has every method of the C++ class KivLUTSetting under its name in
 snake_case, byte for byte; the pythonic layer, colorize() and colorbar(), returns RGB pictures
-ready for matplotlib and PIL. See help(kivlut.LUTSetting) and help(kivlut.colorize).
+ready for matplotlib and PIL, and SequenceColorizer colours frame after frame with colours that
+hold still. See help(kivlut.LUTSetting), help(kivlut.colorize) and help(kivlut.SequenceColorizer).
 """
 
 from ._kivlut import (
@@ -12,6 +13,7 @@ from ._kivlut import (
     LUTError,
     LUTSetting,
     RangeImage,
+    SequenceColorizer,
     attach_colorbar,
     cmaps,
     colorbar,
@@ -27,6 +29,7 @@ __all__ = [
     "LUTError",
     "LUTSetting",
     "RangeImage",
+    "SequenceColorizer",
     "attach_colorbar",
     "cmaps",
     "colorbar",

@@ -227,6 +227,38 @@ class ColoringInfo:
     def above_color(self) -> Optional[Rgb]: ...
     def table_position(self, value: float) -> float: ...
 
+class SequenceColorizer:
+    """Colours frame after frame with a mapping carried over frames, so colours hold still."""
+
+    def __init__(
+        self,
+        cmap: str = "rainbow",
+        mode: Literal["equalize", "linear", "percentile"] = "equalize",
+        *,
+        time_constant: float = 10.0,
+        low: Optional[float] = None,
+        high: Optional[float] = None,
+        percentiles: Tuple[float, float] = (1.0, 99.0),
+        dead_band: float = 0.02,
+        hold_frames: int = 3,
+        entry_tolerance: float = 1.0,
+        nodata_color: Optional[Rgb] = None,
+        below_color: Optional[Rgb] = None,
+        above_color: Optional[Rgb] = None,
+        alpha: bool = False,
+    ) -> None: ...
+    def colorize(
+        self,
+        frame: Union[RangeImage, PixelArray],
+        *,
+        resolution_z: float = 1.0,
+        offset_z: float = 0.0,
+    ) -> Tuple[UInt8Array, ColoringInfo]: ...
+    def reset(self) -> None: ...
+    def current_mapping(self) -> ColoringInfo: ...
+    @property
+    def frames_seen(self) -> int: ...
+
 def cmaps() -> list[str]: ...
 def colorize(
     data: Union[RangeImage, PixelArray],

@@ -27,35 +27,35 @@ void BindGetColor(LutSettingClass& lut) {
 void BindGreyImages(LutSettingClass& lut) {
   lut.def(
       "linear_set_color_lut",
-      [](KivLUTSetting& self, const py::array& src, int map_type) {
+      [](KivLUTSetting& self, const py::array& grey_array, int map_type) {
         py::array keepAlive;
-        KIVMV::KivImage grey = GreyImageView(src, "src", &keepAlive);
+        KIVMV::KivImage grey = GreyImageView(grey_array, "grey", &keepAlive);
         KIVMV::KivImage dst;
         CallReleased([&] { return self.LinearSetColorLUT(grey, &dst, map_type); });
         return ImageAsArray(dst);
       },
-      "src"_a.noconvert(), "map_type"_a,
+      "grey"_a.noconvert(), "map_type"_a,
       "LinearSetColorLUT(src, dst, mapType) on a 2-D uint8 or uint16 grey image: 8-bit levels\n"
       "index the table, 16-bit images are stretched between their minimum and maximum. Returns\n"
       "(H, W, 3) blue first, or (H, W) grey under maps 0 and 7..10.");
   lut.def(
       "set_color_lut",
-      [](KivLUTSetting& self, const py::array& src, int map_type) {
+      [](KivLUTSetting& self, const py::array& grey_array, int map_type) {
         py::array keepAlive;
-        KIVMV::KivImage grey = GreyImageView(src, "src", &keepAlive);
+        KIVMV::KivImage grey = GreyImageView(grey_array, "grey", &keepAlive);
         KIVMV::KivImage dst;
         CallReleased([&] { return self.SetColorLUT(grey, &dst, map_type); });
         return ImageAsArray(dst);
       },
-      "src"_a.noconvert(), "map_type"_a,
+      "grey"_a.noconvert(), "map_type"_a,
       "SetColorLUT(src, dst, mapType) on a 2-D uint8 or uint16 grey image: histogram-equalised\n"
       "between the valid (non-zero) minimum and maximum. Returns (H, W, 3) or (H, W).");
   lut.def(
       "set_color_lut",
-      [](KivLUTSetting& self, const py::array& src, int map_type, int low, int high, int index_low,
-         int index_high, KivColor below, KivColor above) {
+      [](KivLUTSetting& self, const py::array& grey_array, int map_type, int low, int high,
+         int index_low, int index_high, KivColor below, KivColor above) {
         py::array keepAlive;
-        KIVMV::KivImage grey = GreyImageView(src, "src", &keepAlive);
+        KIVMV::KivImage grey = GreyImageView(grey_array, "grey", &keepAlive);
         KIVMV::KivImage dst;
         CallReleased([&] {
           return self.SetColorLUT(grey, &dst, map_type, low, high, index_low, index_high, below,
@@ -63,7 +63,7 @@ void BindGreyImages(LutSettingClass& lut) {
         });
         return ImageAsArray(dst);
       },
-      "src"_a.noconvert(), "map_type"_a, "low"_a, "high"_a, "index_low"_a, "index_high"_a,
+      "grey"_a.noconvert(), "map_type"_a, "low"_a, "high"_a, "index_low"_a, "index_high"_a,
       "below"_a, "above"_a,
       "SetColorLUT(src, dst, mapType, low, high, indexLow, indexHigh, below, above): linear\n"
       "between grey levels low and high over entries indexLow - 1 .. indexHigh - 1; levels\n"

@@ -1,9 +1,12 @@
 // KivColor and KivVector3d as Python tuples: a colour is a 3- or 4-tuple of ints in component
-// order (component 0 first), a vector a 3-tuple of floats. Any sequence of the right length is
-// taken; a string is not.
+// order (component 0 first), a vector a 3-tuple of floats. Any sequence is taken, a string is not;
+// a sequence of another length is a ValueError whichever form of a method was meant, as no form
+// takes a sequence of that length there.
 #pragma once
 
 #include <pybind11/pybind11.h>
+
+#include <string>
 
 #include "KivPlatform.h"
 
@@ -21,7 +24,8 @@ struct type_caster<KIVMV::KivColor> {
     }
     const auto components = reinterpret_borrow<sequence>(source);
     if (components.size() != 3 && components.size() != 4) {
-      return false;
+      throw value_error("a colour (KivColor) is a 3- or 4-tuple of ints, not " +
+                        std::to_string(components.size()) + " values");
     }
     int c[4] = {0, 0, 0, 0};
     for (size_t i = 0; i < components.size(); ++i) {
@@ -50,7 +54,8 @@ struct type_caster<KIVMV::KivVector3d> {
     }
     const auto components = reinterpret_borrow<sequence>(source);
     if (components.size() != 3) {
-      return false;
+      throw value_error("a vector (KivVector3d) is a 3-tuple of floats, not " +
+                        std::to_string(components.size()) + " values");
     }
     float xyz[3] = {0.0f, 0.0f, 0.0f};
     for (size_t i = 0; i < 3; ++i) {

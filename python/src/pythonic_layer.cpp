@@ -2,6 +2,8 @@
 
 #include <pybind11/stl.h>
 
+#include <memory>
+#include <mutex>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <optional>
@@ -12,8 +14,49 @@
 #include "KivColorBar.h"
 #include "KivColorTable.h"
 #include "KivColoring.h"
+#include "KivSequenceColoring.h"
 #include "numpy_views.h"
 #include "range_image_handle.h"
+
+// KivRgb as an (r, g, b) tuple of ints 0..255; another length or a component out of range is a
+// ValueError.
+namespace pybind11 {
+namespace detail {
+
+template <>
+struct type_caster<KIVMV::KivRgb> {
+  PYBIND11_TYPE_CASTER(KIVMV::KivRgb, const_name("tuple[int, int, int]"));
+
+  bool load(handle source, bool convert) {
+    if (!isinstance<sequence>(source) || isinstance<str>(source) || isinstance<bytes>(source)) {
+      return false;
+    }
+    const auto components = reinterpret_borrow<sequence>(source);
+    if (components.size() != 3) {
+      throw value_error("a colour is an (r, g, b) tuple, not " + std::to_string(components.size()) +
+                        " values");
+    }
+    int rgb[3] = {0, 0, 0};
+    for (size_t i = 0; i < 3; ++i) {
+      make_caster<int> component;
+      if (!component.load(components[i], convert)) return false;
+      rgb[i] = cast_op<int>(component);
+      if (rgb[i] < 0 || rgb[i] > 255) {
+        throw value_error("a colour's components are 0..255, not " + std::to_string(rgb[i]));
+      }
+    }
+    value = KIVMV::KivRgb{static_cast<uint8_t>(rgb[0]), static_cast<uint8_t>(rgb[1]),
+                          static_cast<uint8_t>(rgb[2])};
+    return true;
+  }
+
+  static handle cast(const KIVMV::KivRgb& colour, return_value_policy, handle) {
+    return make_tuple(colour.r, colour.g, colour.b).release();
+  }
+};
+
+}  // namespace detail
+}  // namespace pybind11
 
 namespace kivlut_python {
 
@@ -23,8 +66,6 @@ using KIVMV::KivColorTable;
 using KIVMV::KivRgb;
 using namespace pybind11::literals;
 
-using RgbTuple = std::tuple<int, int, int>;
-
 // A colouring's scale with what drew it, so that a colour bar needs nothing else.
 struct Coloring {
   KIVMV::KivColoringInfo info;
@@ -33,31 +74,6 @@ struct Coloring {
   std::optional<KivRgb> below;
   std::optional<KivRgb> above;
 };
-
-KivRgb RgbOf(const RgbTuple& colour, const char* argument) {
-  const auto [r, g, b] = colour;
-  for (const int component : {r, g, b}) {
-    if (component < 0 || component > 255) {
-      throw py::value_error(std::string("argument '") + argument +
-                            "' must hold components 0..255, not " + std::to_string(component));
-    }
-  }
-  return KivRgb{static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b)};
-}
-
-std::optional<KivRgb> RgbOf(const std::optional<RgbTuple>& colour, const char* argument) {
-  if (!colour) {
-    return std::nullopt;
-  }
-  return RgbOf(*colour, argument);
-}
-
-py::object TupleOf(const std::optional<KivRgb>& colour) {
-  if (!colour) {
-    return py::none();
-  }
-  return py::make_tuple(colour->r, colour->g, colour->b);
-}
 
 KivColorTable TableNamed(const std::string& name) {
   KivColorTable table;
@@ -115,6 +131,19 @@ py::array PictureArray(const cv::Mat& bgr) {
   return ArrayOwningMat(rgb, {rgb.rows, rgb.cols, rgb.channels()});
 }
 
+// (low, high) percentiles: a sequence of two numbers; another length is a ValueError.
+std::pair<double, double> PercentilesOf(const py::object& value) {
+  if (!py::isinstance<py::sequence>(value) || py::isinstance<py::str>(value)) {
+    throw py::type_error("argument 'percentiles' must be a (low, high) tuple of numbers");
+  }
+  const auto pair = py::reinterpret_borrow<py::sequence>(value);
+  if (pair.size() != 2) {
+    throw py::value_error("argument 'percentiles' must hold 2 numbers, not " +
+                          std::to_string(pair.size()));
+  }
+  return {pair[0].cast<double>(), pair[1].cast<double>()};
+}
+
 KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<double> low,
                                      std::optional<double> high,
                                      const std::pair<double, double>& percentiles) {
@@ -144,37 +173,25 @@ KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<doub
   return options;
 }
 
-py::tuple Colorize(const py::object& data, const std::string& mode, const std::string& cmap,
-                   std::optional<double> low, std::optional<double> high,
-                   const std::pair<double, double>& percentiles,
-                   const std::optional<RgbTuple>& nodata_color,
-                   const std::optional<RgbTuple>& below_color,
-                   const std::optional<RgbTuple>& above_color, bool alpha, double resolution_z,
-                   double offset_z) {
-  Coloring coloring;
-  coloring.mode = mode;
-  coloring.table = TableNamed(cmap);
-  KIVMV::KivColoringOptions options = OptionsFor(mode, low, high, percentiles);
-  options.noDataColor = RgbOf(nodata_color, "nodata_color");
-  options.belowColor = RgbOf(below_color, "below_color");
-  options.aboveColor = RgbOf(above_color, "above_color");
-  options.channels = alpha ? 4 : 3;
-  coloring.below = options.belowColor;
-  coloring.above = options.aboveColor;
-
-  KIVMV::KivColorArray out;
+// Colours `data` (a RangeImage, a 2-D array of a pixel type taken as a range image with the given
+// height scale, or a 1-D float32 array) with colourRange(image) or colourValues(values), each
+// returning a status, called without the GIL; returns the picture, red first.
+template <typename RangeCall, typename ValuesCall>
+py::array ColourData(const py::object& data, double resolution_z, double offset_z,
+                     RangeCall&& colourRange, ValuesCall&& colourValues,
+                     const KIVMV::KivColorArray& out) {
   py::array keepAlive;
   int height = 0;
   int width = 0;
   long status = KIVMV::KIV_EXT_OK;
-  const auto colourRange = [&](const KIVMV::KivRangeImage& image) {
+  const auto range = [&](const KIVMV::KivRangeImage& image) {
     height = image.Height();
     width = image.Width();
     py::gil_scoped_release release;
-    status = KIVMV::KivColorRangeImage(image, coloring.table, options, &out, &coloring.info);
+    status = colourRange(image);
   };
   if (py::isinstance<RangeImageHandle>(data)) {
-    colourRange(data.cast<RangeImageHandle&>().Image());
+    range(data.cast<RangeImageHandle&>().Image());
   } else {
     const py::array array = RequireArray(
         data, "data", "a kivlut.RangeImage, a 2-D array of a pixel type or a 1-D float32 array");
@@ -182,11 +199,11 @@ py::tuple Colorize(const py::object& data, const std::string& mode, const std::s
       KIVMV::KivRangeImage image = RangeImageView(array, "data", &keepAlive);
       image.SetResolution(1.0, 1.0, resolution_z);
       image.SetOffset(0.0, 0.0, offset_z);
-      colourRange(image);
+      range(image);
     } else if (array.ndim() == 1) {
       const KIVMV::Kiv3DFloatArray values = FloatArrayView(array, "data", &keepAlive);
       py::gil_scoped_release release;
-      status = KIVMV::KivColorFloatArray(values, coloring.table, options, &out, &coloring.info);
+      status = colourValues(values);
     } else {
       throw py::value_error("argument 'data' must be a 2-D image or a 1-D float32 array, not " +
                             std::to_string(array.ndim()) + "-D");
@@ -195,17 +212,112 @@ py::tuple Colorize(const py::object& data, const std::string& mode, const std::s
   ThrowOnExtStatus(status);
   const cv::Mat rgb = SwapRedBlue(out.Mat());
   const py::ssize_t length = static_cast<py::ssize_t>(rgb.total());
-  py::array picture = height > 0 && length == static_cast<py::ssize_t>(height) * width
-                          ? ArrayOwningMat(rgb, {height, width, rgb.channels()})
-                          : ArrayOwningMat(rgb, {length, rgb.channels()});
+  return height > 0 && length == static_cast<py::ssize_t>(height) * width
+             ? ArrayOwningMat(rgb, {height, width, rgb.channels()})
+             : ArrayOwningMat(rgb, {length, rgb.channels()});
+}
+
+py::tuple Colorize(const py::object& data, const std::string& mode, const std::string& cmap,
+                   std::optional<double> low, std::optional<double> high,
+                   const py::object& percentiles, const std::optional<KivRgb>& nodata_color,
+                   const std::optional<KivRgb>& below_color,
+                   const std::optional<KivRgb>& above_color, bool alpha, double resolution_z,
+                   double offset_z) {
+  Coloring coloring;
+  coloring.mode = mode;
+  coloring.table = TableNamed(cmap);
+  KIVMV::KivColoringOptions options = OptionsFor(mode, low, high, PercentilesOf(percentiles));
+  options.noDataColor = nodata_color;
+  options.belowColor = below_color;
+  options.aboveColor = above_color;
+  options.channels = alpha ? 4 : 3;
+  coloring.below = options.belowColor;
+  coloring.above = options.aboveColor;
+
+  KIVMV::KivColorArray out;
+  py::array picture = ColourData(
+      data, resolution_z, offset_z,
+      [&](const KIVMV::KivRangeImage& image) {
+        return KIVMV::KivColorRangeImage(image, coloring.table, options, &out, &coloring.info);
+      },
+      [&](const KIVMV::Kiv3DFloatArray& values) {
+        return KIVMV::KivColorFloatArray(values, coloring.table, options, &out, &coloring.info);
+      },
+      out);
   return py::make_tuple(picture, py::cast(std::move(coloring)));
+}
+
+// kivlut.SequenceColorizer: a KivSequenceColorizer with what a colour bar of its frames needs. One
+// frame at a time: the lock keeps two threads from colouring with the same carried state at once.
+struct Sequence {
+  Sequence(const KivColorTable& table, const KIVMV::KivSequenceOptions& options, std::string m)
+      : colorizer(table, options), mode(std::move(m)) {}
+
+  KIVMV::KivSequenceColorizer colorizer;
+  std::string mode;
+  std::mutex lock;
+};
+
+std::unique_ptr<Sequence> MakeSequence(const std::string& cmap, const std::string& mode,
+                                       double time_constant, std::optional<double> low,
+                                       std::optional<double> high, const py::object& percentiles,
+                                       double dead_band, int hold_frames, double entry_tolerance,
+                                       const std::optional<KivRgb>& nodata_color,
+                                       const std::optional<KivRgb>& below_color,
+                                       const std::optional<KivRgb>& above_color, bool alpha) {
+  const KIVMV::KivColoringOptions coloring =
+      OptionsFor(mode, low, high, PercentilesOf(percentiles));
+  KIVMV::KivSequenceOptions options;
+  options.mode = coloring.mode;
+  options.bounds = coloring.bounds;
+  options.low = coloring.low;
+  options.high = coloring.high;
+  options.lowPercentile = coloring.lowPercentile;
+  options.highPercentile = coloring.highPercentile;
+  options.timeConstant = time_constant;
+  options.boundDeadBand = dead_band;
+  options.holdFrames = hold_frames;
+  options.entryTolerance = entry_tolerance;
+  options.noDataColor = nodata_color;
+  options.belowColor = below_color;
+  options.aboveColor = above_color;
+  options.channels = alpha ? 4 : 3;
+  return std::make_unique<Sequence>(TableNamed(cmap), options, mode);
+}
+
+Coloring ColoringOf(const Sequence& sequence, KIVMV::KivColoringInfo info) {
+  Coloring coloring;
+  coloring.info = std::move(info);
+  coloring.table = sequence.colorizer.Table();
+  coloring.mode = sequence.mode;
+  coloring.below = sequence.colorizer.Options().belowColor;
+  coloring.above = sequence.colorizer.Options().aboveColor;
+  return coloring;
+}
+
+py::tuple ColourNextFrame(Sequence& sequence, const py::object& frame, double resolution_z,
+                          double offset_z) {
+  KIVMV::KivColorArray out;
+  KIVMV::KivColoringInfo info;
+  py::array picture = ColourData(
+      frame, resolution_z, offset_z,
+      [&](const KIVMV::KivRangeImage& image) {
+        const std::lock_guard<std::mutex> hold(sequence.lock);
+        return sequence.colorizer.ColorFrame(image, &out, &info);
+      },
+      [&](const KIVMV::Kiv3DFloatArray& values) {
+        const std::lock_guard<std::mutex> hold(sequence.lock);
+        return sequence.colorizer.ColorFrame(values, &out, &info);
+      },
+      out);
+  return py::make_tuple(picture, py::cast(ColoringOf(sequence, std::move(info))));
 }
 
 py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& cmap, bool vertical,
                    int length, int thickness, const std::string& unit, int ticks, bool end_caps,
-                   const std::optional<RgbTuple>& below_color,
-                   const std::optional<RgbTuple>& above_color, const RgbTuple& text_color,
-                   const RgbTuple& background, double font_scale) {
+                   const std::optional<KivRgb>& below_color,
+                   const std::optional<KivRgb>& above_color, const KivRgb& text_color,
+                   const KivRgb& background, double font_scale) {
   const KivColorTable table = cmap ? TableNamed(*cmap) : coloring.table;
   KIVMV::KivColorBarOptions options;
   options.vertical = vertical;
@@ -214,10 +326,10 @@ py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& c
   options.unit = unit;
   options.ticks = ticks;
   options.endCaps = end_caps;
-  options.belowColor = below_color ? RgbOf(below_color, "below_color") : coloring.below;
-  options.aboveColor = above_color ? RgbOf(above_color, "above_color") : coloring.above;
-  options.textColor = RgbOf(text_color, "text_color");
-  options.background = RgbOf(background, "background");
+  options.belowColor = below_color ? below_color : coloring.below;
+  options.aboveColor = above_color ? above_color : coloring.above;
+  options.textColor = text_color;
+  options.background = background;
   options.fontScale = font_scale;
   cv::Mat bar;
   ThrowOnExtStatus(KIVMV::KivDrawColorBar(table, coloring.info, options, &bar));
@@ -225,12 +337,12 @@ py::array Colorbar(const Coloring& coloring, const std::optional<std::string>& c
 }
 
 py::array AttachColorbar(const py::object& picture, const py::object& bar, bool vertical,
-                         const RgbTuple& background) {
+                         const KivRgb& background) {
   const cv::Mat pictureBgr = PictureMat(picture, "picture", {3, 4});
   const cv::Mat barBgr = PictureMat(bar, "bar", {3});
   KIVMV::KivColorBarOptions options;
   options.vertical = vertical;
-  options.background = RgbOf(background, "background");
+  options.background = background;
   cv::Mat joined;
   ThrowOnExtStatus(KIVMV::KivAttachColorBar(pictureBgr, barBgr, options, &joined));
   return PictureArray(joined);
@@ -313,8 +425,13 @@ void BindColoring(py::module_& module) {
           },
           "257 values: where each of the 256 colours begins, the last being `high` (empty when\n"
           "there was no valid value).")
-      .def_property_readonly("below_color", [](const Coloring& c) { return TupleOf(c.below); })
-      .def_property_readonly("above_color", [](const Coloring& c) { return TupleOf(c.above); })
+      .def_property_readonly(
+          "below_color", [](const Coloring& c) { return c.below.value_or(c.table.At(0)); },
+          "The colour of valid values below `low`: the one given, else the table's first entry.")
+      .def_property_readonly(
+          "above_color",
+          [](const Coloring& c) { return c.above.value_or(c.table.At(KivColorTable::kSize - 1)); },
+          "The colour of valid values above `high`: the one given, else the table's last entry.")
       .def(
           "table_position",
           [](const Coloring& c, double value) { return c.info.TablePosition(value); }, "value"_a,
@@ -328,6 +445,65 @@ void BindColoring(py::module_& module) {
       });
 }
 
+void BindSequence(py::module_& module) {
+  py::class_<Sequence>(module, "SequenceColorizer",
+                       R"(Colours frame after frame with colours that hold still.
+
+SequenceColorizer(cmap="rainbow", mode="equalize", *, time_constant=10.0, low=None, high=None,
+                  percentiles=(1.0, 99.0), dead_band=0.02, hold_frames=3, entry_tolerance=1.0,
+                  nodata_color=None, below_color=None, above_color=None, alpha=False)
+
+The mapping (bounds, and for "equalize" the histogram) is carried from frame to frame: a bound
+follows the median of its last 2 x hold_frames - 1 proposals (so outliers lasting fewer than
+hold_frames frames are ignored), not at all while that lies within dead_band (a fraction of the
+span), else covering 1 - exp(-1 / time_constant) of the distance each frame; the histogram is
+smoothed with the same time constant, and the colours change only when some height would move
+by entry_tolerance table entries or more. time_constant=0 colours every frame for itself.
+The other arguments are as for kivlut.colorize().
+
+    stable = kivlut.SequenceColorizer("turbo", "equalize", time_constant=10)
+    for depth in frames:
+        rgb, info = stable.colorize(depth)
+)")
+      .def(py::init(&MakeSequence), "cmap"_a = "rainbow", "mode"_a = "equalize", py::kw_only(),
+           "time_constant"_a = 10.0, "low"_a = py::none(), "high"_a = py::none(),
+           "percentiles"_a = py::make_tuple(1.0, 99.0), "dead_band"_a = 0.02, "hold_frames"_a = 3,
+           "entry_tolerance"_a = 1.0, "nodata_color"_a = py::none(), "below_color"_a = py::none(),
+           "above_color"_a = py::none(), "alpha"_a = false)
+      .def("colorize", &ColourNextFrame, "frame"_a, py::kw_only(), "resolution_z"_a = 1.0,
+           "offset_z"_a = 0.0,
+           "Colours the next frame (as kivlut.colorize() takes data) and carries it into the\n"
+           "mapping; returns (picture RGB or RGBA, info). Raises LUTError when the frame or the\n"
+           "options are refused (KIV_EXT_ERR_SEQUENCE_OPTIONS for the latter); the carried\n"
+           "mapping is then as it was.")
+      .def(
+          "reset",
+          [](Sequence& self) {
+            const std::lock_guard<std::mutex> hold(self.lock);
+            self.colorizer.Reset();
+          },
+          "Forgets every frame: the next one starts afresh.")
+      .def(
+          "current_mapping",
+          [](Sequence& self) {
+            KIVMV::KivColoringInfo info;
+            {
+              const std::lock_guard<std::mutex> hold(self.lock);
+              ThrowOnExtStatus(self.colorizer.CurrentMapping(&info));
+            }
+            return ColoringOf(self, std::move(info));
+          },
+          "The mapping the next frame will be coloured with, for kivlut.colorbar(); raises\n"
+          "LUTError (KIV_EXT_ERR_NO_SCALE) before the first frame with a valid value.")
+      .def_property_readonly(
+          "frames_seen",
+          [](Sequence& self) {
+            const std::lock_guard<std::mutex> hold(self.lock);
+            return self.colorizer.FramesSeen();
+          },
+          "Frames coloured since construction or reset().");
+}
+
 }  // namespace
 
 void BindPythonicLayer(py::module_& module) {
@@ -337,7 +513,7 @@ void BindPythonicLayer(py::module_& module) {
       "The table names colorize() and colorbar() take (any case; add _r to reverse).");
   module.def("colorize", &Colorize, "data"_a, "mode"_a = "equalize", "cmap"_a = "rainbow",
              py::kw_only(), "low"_a = py::none(), "high"_a = py::none(),
-             "percentiles"_a = std::pair<double, double>{1.0, 99.0}, "nodata_color"_a = py::none(),
+             "percentiles"_a = py::make_tuple(1.0, 99.0), "nodata_color"_a = py::none(),
              "below_color"_a = py::none(), "above_color"_a = py::none(), "alpha"_a = false,
              "resolution_z"_a = 1.0, "offset_z"_a = 0.0,
              R"(Colour heights through a colour table; returns (picture, info).
@@ -358,11 +534,12 @@ resolution_z, offset_z: the height of a raw value of a plain 2-D array.
 picture: uint8 (H, W, 3) RGB or (H, W, 4) RGBA ((N, 3|4) for a 1-D input), for matplotlib's
     imshow and PIL's Image.fromarray. info: a kivlut.ColoringInfo (bounds, counts, scale).
 Raises LUTError (a KIV_EXT_ERR_ status) when the colouring refuses its input.)");
+  BindSequence(module);
   module.def("colorbar", &Colorbar, "info"_a, py::kw_only(), "cmap"_a = py::none(),
              "vertical"_a = true, "length"_a = 256, "thickness"_a = 20, "unit"_a = "mm",
              "ticks"_a = 5, "end_caps"_a = true, "below_color"_a = py::none(),
-             "above_color"_a = py::none(), "text_color"_a = RgbTuple{0, 0, 0},
-             "background"_a = RgbTuple{255, 255, 255}, "font_scale"_a = 0.4,
+             "above_color"_a = py::none(), "text_color"_a = KivRgb{0, 0, 0},
+             "background"_a = KivRgb{255, 255, 255}, "font_scale"_a = 0.4,
              R"(The colour bar of a colouring, uint8 (h, w, 3) RGB.
 
 info: what colorize() returned. cmap, below_color, above_color: default to the ones the
@@ -372,7 +549,7 @@ ticks: about this many labelled ticks (2..20). end_caps: triangles in the below/
 text_color, background: (r, g, b). font_scale: of OpenCV's Hershey font (0.1..4).)");
   module.def(
       "attach_colorbar", &AttachColorbar, "picture"_a, "bar"_a, py::kw_only(), "vertical"_a = true,
-      "background"_a = RgbTuple{255, 255, 255},
+      "background"_a = KivRgb{255, 255, 255},
       "The picture ((H, W, 3) RGB or (H, W, 4) RGBA, uint8) with the bar on its right (below\n"
       "it when vertical=False), centred on the background; uint8 RGB.");
   module.def(

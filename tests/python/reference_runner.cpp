@@ -24,6 +24,7 @@
 #include "KivColorTable.h"
 #include "KivColoring.h"
 #include "KivLUTSetting.h"
+#include "KivSequenceColoring.h"
 
 namespace {
 
@@ -231,8 +232,9 @@ class Job {
   std::map<std::string, std::string> args_;
 };
 
-KIVMV::KivRangeImage RangeImage(const Job& job) {
-  const Npy npy = ReadNpy(job.Str("img"));
+// The range image of array argument `key` (default "img"), with the job's res, off and type.
+KIVMV::KivRangeImage RangeImage(const Job& job, const std::string& key = "img") {
+  const Npy npy = ReadNpy(job.Str(key));
   if (npy.shape.size() != 2) throw std::runtime_error("range image not 2-D");
   KIVMV::KivRangeImage image(static_cast<int>(npy.shape[1]), static_cast<int>(npy.shape[0]),
                              static_cast<KIVMV::KivDataType>(npy.depth));
@@ -492,6 +494,42 @@ void Colorize(const std::string& op, const Job& job, Result& result) {
   if (status == KIVMV::KIV_EXT_OK) result.Image("attached", attached);
 }
 
+// sequence: range images img0 .. img<frames - 1> through one KivSequenceColorizer, in that order,
+// as a kivlut.SequenceColorizer colours them; each frame's status, colours and bounds.
+void Sequence(const Job& job, Result& result) {
+  KIVMV::KivColorTable table;
+  KIVMV::KivColorTable::ByName(job.Str("cmap"), &table);
+  KIVMV::KivSequenceOptions options;
+  const std::string mode = job.Str("mode");
+  options.mode =
+      mode == "equalize" ? KIVMV::KivColoringMode::kEqualised : KIVMV::KivColoringMode::kLinear;
+  if (mode == "percentile") {
+    options.bounds = KIVMV::KivBoundsSource::kPercentile;
+    const std::vector<double> p = job.Doubles("percentiles");
+    options.lowPercentile = p.at(0);
+    options.highPercentile = p.at(1);
+  }
+  options.timeConstant = job.Double("tau");
+  options.holdFrames = job.Int("hold");
+  options.boundDeadBand = job.Double("band");
+  options.entryTolerance = job.Double("tolerance");
+  options.channels = job.Has("channels") ? job.Int("channels") : 3;
+  KIVMV::KivSequenceColorizer colorizer(table, options);
+  for (int k = 0; k < job.Int("frames"); ++k) {
+    const std::string frame = std::to_string(k);
+    KIVMV::KivColorArray out;
+    KIVMV::KivColoringInfo info;
+    const long status = colorizer.ColorFrame(RangeImage(job, "img" + frame), &out, &info);
+    result.Line("status" + frame + " " + std::to_string(status));
+    if (status != KIVMV::KIV_EXT_OK) continue;
+    result.Colors("out" + frame, out);
+    std::ostringstream bounds;
+    bounds.precision(17);
+    bounds << "bounds" << frame << " " << info.low << " " << info.high;
+    result.Line(bounds.str());
+  }
+}
+
 void Run(const std::string& op, const Job& job, Result& result) {
   KIVMV::KivLUTSetting lut;
   KIVMV::KivColorArray out;
@@ -623,6 +661,8 @@ void Run(const std::string& op, const Job& job, Result& result) {
     result.Colors("out", out);
   } else if (op == "colorize_range" || op == "colorize_floats") {
     Colorize(op, job, result);
+  } else if (op == "sequence") {
+    Sequence(job, result);
   } else if (op == "names") {
     // One a line: a name may hold a space ("hot metal").
     const std::vector<std::string> names = KIVMV::KivColorTable::Names();
