@@ -398,6 +398,56 @@ TEST(Options, BadCommandLinesNameTheProblem) {
   }
 }
 
+TEST(Options, StableAndVideoOutputs) {
+  const Options stable = Parse("equalize frames --stable 2.5");
+  ASSERT_TRUE(stable.stable.has_value());
+  EXPECT_EQ(*stable.stable, 2.5);
+  EXPECT_TRUE(ColoursInSequence(stable));
+  EXPECT_FALSE(Parse("equalize frames").stable.has_value());
+  EXPECT_FALSE(ColoursInSequence(Parse("equalize frames -o out")));
+  EXPECT_TRUE(ColoursInSequence(Parse("linear frames -o out.avi")));
+  EXPECT_EQ(Parse("linear frames -o out.avi").fps, 10.0);
+  EXPECT_EQ(Parse("linear frames -o out.MP4 --fps 29.97").fps, 29.97);
+  EXPECT_EQ(VideoContainerOf("a/b.avi"), VideoContainer::kAvi);
+  EXPECT_EQ(VideoContainerOf("b.Avi"), VideoContainer::kAvi);
+  EXPECT_EQ(VideoContainerOf("b.mp4"), VideoContainer::kMp4);
+  EXPECT_EQ(VideoContainerOf("b.png"), std::nullopt);
+  EXPECT_EQ(VideoContainerOf("avi"), std::nullopt);
+  EXPECT_EQ(VideoContainerOf("out.avi/"), std::nullopt);
+  EXPECT_EQ(VideoContainerOf(""), std::nullopt);
+  // Where --stable has something to carry: equalised with given bounds carries its histogram,
+  // linear with percentiles its bounds.
+  EXPECT_TRUE(Parse("equalize a --stable 3 --bounds 0 1").stable.has_value());
+  EXPECT_TRUE(Parse("equalize a --stable 3 --bounds 0 1 --below 1,2,3").stable.has_value());
+  EXPECT_TRUE(Parse("linear a --stable 3 --percentile 2 98").stable.has_value());
+  EXPECT_TRUE(Parse("linear a --stable 3 --map viridis --colorbar").stable.has_value());
+  const struct {
+    const char* line;
+    const char* message;
+  } refused[] = {
+      {"equalize a --stable 0", "--stable: N must be above 0"},
+      {"equalize a --stable nan", "--stable: bad value 'nan'"},
+      {"scale a --auto --stable 3", "--stable does not apply to scale"},
+      {"grey a --stable 3", "--stable does not apply to grey"},
+      {"blend a b --stable 3", "--stable does not apply to blend"},
+      {"linear a --stable 3 --bounds 0 1", "linear with --bounds has nothing to carry"},
+      {"equalize a --stable 3 --bounds 0 1 --index 0 9", "--index does not apply"},
+      {"equalize a --stable 3 --exact", "--exact does not apply"},
+      {"equalize a --stable 3 --array", "--array does not apply"},
+      {"equalize a --fps 5", "--fps sets the frame rate of a video"},
+      {"equalize a -o v.avi --fps 0", "--fps must be above 0, got 0"},
+      {"equalize a -o v.avi --transparent", "a video has no alpha"},
+      {"scale a --auto -o v.mp4 --legend l.png", "--legend writes a chart"},
+      {"blend a b -o v.avi", "blend writes one picture"},
+      {"demo out --fps 3", "--fps does not apply to demo"},
+  };
+  for (const auto& c : refused) {
+    const std::string error = ErrorOf(c.line);
+    EXPECT_NE(error.find(c.message), std::string::npos)
+        << "'" << c.line << "' gave '" << error << "'";
+  }
+}
+
 TEST(Options, NegativeNumbersAreValuesNotOptions) {
   const Options o = Parse("linear a.png --bounds -1e3 -5");
   EXPECT_EQ(o.bounds->first, -1000.0);

@@ -14,8 +14,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -27,6 +29,7 @@
 #include <vector>
 
 #include "frame_io.h"
+#include "natural_order.h"
 
 namespace kivlut {
 namespace fs = std::filesystem;
@@ -82,11 +85,16 @@ struct Frame {
 
 bool FrameOrder(const Frame& a, const Frame& b) { return a.file < b.file; }
 
-// The frame files inside `folder`, sorted by name: those directly inside it, or with `recursive`
-// those of every folder below it too. Without `recursive` the subfolders left out are counted in
-// a note, so that they are not skipped silently.
-bool ListFrames(const fs::path& folder, bool rawGiven, bool recursive, std::vector<Frame>* frames,
-                std::vector<std::string>* notes, std::string* error) {
+// The order of a sequence: by the path below the input folder, digit runs as numbers.
+bool NaturalFrameOrder(const Frame& a, const Frame& b) {
+  return NaturalLess(a.file.generic_string(), b.file.generic_string());
+}
+
+// The frame files inside `folder`, sorted by name (by natural order when `natural`): those
+// directly inside it, or with `recursive` those of every folder below it too. Without `recursive`
+// the subfolders left out are counted in a note, so that they are not skipped silently.
+bool ListFrames(const fs::path& folder, bool rawGiven, bool recursive, bool natural,
+                std::vector<Frame>* frames, std::vector<std::string>* notes, std::string* error) {
   std::vector<Frame> found;
   std::size_t subfolders = 0;
   std::error_code code;
@@ -122,7 +130,7 @@ bool ListFrames(const fs::path& folder, bool rawGiven, bool recursive, std::vect
     return false;
   }
   if (subfolders > 0 && notes != nullptr) notes->push_back(folder.string() + ": " + leftOut);
-  std::sort(found.begin(), found.end(), FrameOrder);
+  std::sort(found.begin(), found.end(), natural ? NaturalFrameOrder : FrameOrder);
   frames->insert(frames->end(), found.begin(), found.end());
   return true;
 }
@@ -188,6 +196,24 @@ bool PrepareOutputFolder(const fs::path& folder, std::string* error) {
   return EnsureFolder(folder, error);
 }
 
+// Every frame into the one video -o names, in the order found.
+bool PlanVideo(const fs::path& video, const std::vector<Frame>& frames, std::vector<Job>* jobs,
+               std::string* error) {
+  if (KindOf(video) == Kind::kFolder) {
+    *error = "-o " + video.string() + " is an existing folder: a video needs a file name";
+    return false;
+  }
+  for (const Frame& found : frames) {
+    std::error_code code;
+    if (fs::equivalent(video, found.file, code) && !code) {
+      *error = found.file.string() + " is both an input and the output";
+      return false;
+    }
+    jobs->push_back(Job{{found.file}, video});
+  }
+  return PrepareParentFolder(video, error);
+}
+
 bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::vector<std::string>* notes,
                 std::string* error) {
   if (options.inputs.empty()) {
@@ -199,7 +225,8 @@ bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::vector<std:
   for (const std::string& input : options.inputs) {
     if (KindOf(input) == Kind::kFolder) {
       singleFile = false;
-      if (!ListFrames(input, options.raw.has_value(), options.recursive, &frames, notes, error)) {
+      if (!ListFrames(input, options.raw.has_value(), options.recursive, ColoursInSequence(options),
+                      &frames, notes, error)) {
         return false;
       }
     } else {
@@ -210,6 +237,7 @@ bool PlanFrames(const Options& options, std::vector<Job>* jobs, std::vector<std:
   }
 
   const fs::path output = options.output;
+  if (VideoContainerOf(options.output)) return PlanVideo(output, frames, jobs, error);
   // "out/" names a folder even when it does not exist yet.
   const bool outputIsFile = !output.empty() && singleFile && !output.filename().empty() &&
                             KindOf(output) != Kind::kFolder;
@@ -361,7 +389,10 @@ struct JobOutcome {
   std::string statsLine;
 };
 
-JobOutcome RunOneJob(const Options& options, const Job& job, std::size_t jobCount) {
+// One frame read, coloured (as the next of `sequence` when given) and written as its picture, or
+// appended to `video` when given.
+JobOutcome RunOneJob(const Options& options, const Job& job, std::size_t jobCount,
+                     KIVMV::KivSequenceColorizer* sequence = nullptr, VideoFile* video = nullptr) {
   JobOutcome outcome;
   outcome.failedFile = JobLabel(job);
   std::vector<cv::Mat> pixels;
@@ -375,14 +406,17 @@ JobOutcome RunOneJob(const Options& options, const Job& job, std::size_t jobCoun
     pixels.push_back(std::move(read.pixels));
   }
 
-  const OperationResult result = RunOperation(options, pixels);
+  const OperationResult result = RunOperation(options, pixels, sequence);
   if (!result.ok) {
     outcome.error = result.error.empty() ? "the operation failed" : result.error;
     return outcome;
   }
   // The line names the input like every failure; the problem names the file that was not written.
   std::string problem;
-  if (!WritePictureAtomically(job.output, result.picture, &problem)) {
+  const bool written = video != nullptr
+                           ? video->Append(result.picture, &problem)
+                           : WritePictureAtomically(job.output, result.picture, &problem);
+  if (!written) {
     outcome.error = job.output.string() + ": " + problem;
     return outcome;
   }
@@ -436,6 +470,28 @@ class Reporter {
     err_.flush();
   }
 
+  // A line of its own, about no single frame.
+  void Message(const std::string& line) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    EraseBar();
+    err_ << "kivlut: " << line << '\n';
+    if (interactive_ && done_ > 0) DrawBar();
+    err_.flush();
+  }
+
+  // Frames that will not be run, counted as failed, with the reason in one line.
+  void Abandoned(std::size_t count, const std::string& reason) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (count == 0) return;
+    done_ += count;
+    failed_ += count;
+    EraseBar();
+    err_ << "kivlut: " << count << (count == 1 ? " frame" : " frames")
+         << " not coloured: " << reason << '\n';
+    if (interactive_) DrawBar();
+    err_.flush();
+  }
+
   void Close() {
     std::lock_guard<std::mutex> lock(mutex_);
     if (interactive_ && barLength_ > 0) {
@@ -474,6 +530,62 @@ class Reporter {
   std::size_t failed_ = 0;
   std::size_t barLength_ = 0;  // characters of the bar now on the line, 0 when none
 };
+
+JobOutcome RunGuarded(const Job& job, const std::function<JobOutcome()>& run) {
+  JobOutcome outcome;
+  // A job that throws fails alone: the others keep running and the exit status says so.
+  try {
+    outcome = run();
+  } catch (const std::bad_alloc&) {
+    outcome.failedFile = JobLabel(job);
+    outcome.error = "out of memory";
+  } catch (const std::exception& e) {
+    outcome.failedFile = JobLabel(job);
+    outcome.error = e.what();
+  }
+  return outcome;
+}
+
+// --stable and video outputs: one frame after another in the planned (natural) order, through one
+// colouriser, which carries its state from frame to frame, and into one video.
+int RunInOrder(const Options& options, const std::vector<Job>& jobs, std::ostream& out,
+               std::ostream& err, bool interactive) {
+  Reporter reporter(out, err, interactive, jobs.size());
+  std::unique_ptr<KIVMV::KivSequenceColorizer> sequence;
+  if (options.stable) {
+    std::string error;
+    sequence = MakeSequenceColorizer(options, &error);
+    if (!sequence) {
+      reporter.Abandoned(jobs.size(), error);
+      reporter.Close();
+      return 1;
+    }
+  }
+  std::optional<VideoFile> video;
+  if (VideoContainerOf(options.output)) video.emplace(options.output, options.fps);
+  bool anyFailed = false;
+  for (std::size_t i = 0; i < jobs.size(); ++i) {
+    const JobOutcome outcome = RunGuarded(jobs[i], [&] {
+      return RunOneJob(options, jobs[i], jobs.size(), sequence.get(), video ? &*video : nullptr);
+    });
+    if (!outcome.ok) anyFailed = true;
+    reporter.Finished(jobs[i], outcome);
+    // OpenCV could not open the video: every later frame would fail the same way.
+    if (video && video->Broken()) {
+      reporter.Abandoned(jobs.size() - i - 1, options.output + " cannot be written");
+      break;
+    }
+  }
+  if (video) {
+    std::string problem;
+    if (!video->Broken() && !video->Finish(&problem)) {
+      reporter.Message(options.output + ": " + problem);
+      anyFailed = true;
+    }
+  }
+  reporter.Close();
+  return anyFailed ? 1 : 0;
+}
 
 }  // namespace
 
@@ -521,22 +633,21 @@ bool PlanJobs(const Options& options, std::vector<Job>* jobs, std::string* error
 int RunJobs(const Options& options, const std::vector<Job>& jobs, std::ostream& out,
             std::ostream& err, bool interactive) {
   if (jobs.empty()) return 0;
+  if (ColoursInSequence(options)) {
+    try {
+      return RunInOrder(options, jobs, out, err, interactive);
+    } catch (const std::exception& e) {
+      err << "kivlut: " << e.what() << '\n';
+      return 1;
+    }
+  }
   Reporter reporter(out, err, interactive, jobs.size());
   std::atomic<bool> anyFailed{false};
 
   auto runRange = [&](const tbb::blocked_range<std::size_t>& range) {
     for (std::size_t i = range.begin(); i != range.end(); ++i) {
-      JobOutcome outcome;
-      // A job that throws fails alone: the others keep running and the exit status says so.
-      try {
-        outcome = RunOneJob(options, jobs[i], jobs.size());
-      } catch (const std::bad_alloc&) {
-        outcome.failedFile = JobLabel(jobs[i]);
-        outcome.error = "out of memory";
-      } catch (const std::exception& e) {
-        outcome.failedFile = JobLabel(jobs[i]);
-        outcome.error = e.what();
-      }
+      const JobOutcome outcome =
+          RunGuarded(jobs[i], [&] { return RunOneJob(options, jobs[i], jobs.size()); });
       if (!outcome.ok) anyFailed = true;
       reporter.Finished(jobs[i], outcome);
     }

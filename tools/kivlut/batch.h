@@ -18,18 +18,22 @@ struct Job {
   std::filesystem::path output;
 };
 
-// The jobs of a command line: a folder input contributes each frame file in it (sorted by name),
+// The jobs of a command line: a folder input contributes each frame file in it (sorted by name;
+// in natural order, f2 before f10, when ColoursInSequence),
 // with options.recursive those of its subfolders too; without -o each output is
 // NAME.OPERATION.png beside its input; -o is a file for one input file, else a folder (created
 // when missing) that receives NAME.OPERATION.png per input, in the input's subfolder under it
 // for frames of subfolders. A missing input file is a job of its own that fails when run. False
 // with the reason on error (an empty folder, two inputs with one output, -o an existing file for
-// several inputs). `notes`, when given, receives lines worth telling the user (subfolders left
+// several inputs). With -o OUT.avi or OUT.mp4 every job's output is that video, in the order of
+// the inputs. `notes`, when given, receives lines worth telling the user (subfolders left
 // out without --recursive).
 bool PlanJobs(const Options& options, std::vector<Job>* jobs, std::string* error,
               std::vector<std::string>* notes = nullptr);
 
-// Runs every job, across files in parallel (options.jobs workers, 0: one per core). Each failure
+// Runs every job, across files in parallel (options.jobs workers, 0: one per core), or, when
+// ColoursInSequence(options), one after another in the planned order through one
+// KivSequenceColorizer (--stable) and into one video (-o OUT.avi, OUT.mp4). Each failure
 // is one line on `err` naming the file and the problem; the other jobs still run. Progress goes
 // to `err`: a bar redrawn in place when `err` is a terminal (`interactive`), otherwise one plain
 // line per finished file; with several jobs the last line is "N written, M failed". --stats and

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -474,6 +476,112 @@ bool WriteBytesAtomically(const std::filesystem::path& file, const void* bytes, 
                           std::string* error) {
   return Guarded("cannot write the file", error,
                  [&](std::string* why) { return WriteBytesOrThrow(file, bytes, size, why); });
+}
+
+namespace {
+
+// The frame size a video is written at: the picture's, rounded up to even for mp4v.
+cv::Size EvenSize(cv::Size size, bool mp4) {
+  if (!mp4) return size;
+  return cv::Size(size.width + size.width % 2, size.height + size.height % 2);
+}
+
+}  // namespace
+
+struct VideoFile::State {
+  fs::path file;
+  double fps = 0.0;
+  TemporaryFile temp;
+  cv::VideoWriter writer;
+  cv::Size size;
+  int frames = 0;
+  bool broken = false;
+  bool mp4 = false;
+
+  State(fs::path target, double rate)
+      : file(std::move(target)), fps(rate), temp(TemporarySibling(file)) {}
+};
+
+VideoFile::VideoFile(std::filesystem::path file, double fps)
+    : state_(std::make_unique<State>(std::move(file), fps)) {}
+
+VideoFile::~VideoFile() {
+  // The writer closes its file before TemporaryFile removes it.
+  if (state_) state_->writer.release();
+}
+
+bool VideoFile::Broken() const { return state_->broken; }
+
+int VideoFile::FramesWritten() const { return state_->frames; }
+
+bool VideoFile::Append(const cv::Mat& picture, std::string* error) {
+  return Guarded("cannot write the video", error, [&](std::string* why) {
+    State& s = *state_;
+    if (s.broken) {
+      *why = "cannot write the video: it could not be opened";
+      return false;
+    }
+    if (picture.empty() || picture.depth() != CV_8U ||
+        (picture.channels() != 3 && picture.channels() != 1)) {
+      *why = "a video frame must be an 8-bit picture of 3 or 1 channels, not " +
+             std::to_string(picture.channels()) + " channels of depth " +
+             std::to_string(picture.depth());
+      return false;
+    }
+    cv::Mat colour = picture;
+    if (picture.channels() == 1) cv::cvtColor(picture, colour, cv::COLOR_GRAY2BGR);
+    if (s.frames == 0 && !s.writer.isOpened()) {
+      if (!FolderExists(s.file)) {
+        s.broken = true;
+        *why = "cannot write the video: the folder does not exist";
+        return false;
+      }
+      s.mp4 = Lowered(s.file.extension().string()) == ".mp4";
+      const bool mp4 = s.mp4;
+      const int fourcc = mp4 ? cv::VideoWriter::fourcc('m', 'p', '4', 'v')
+                             : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
+      // OpenCV's own MJPEG writer keeps any size; FFmpeg's would drop an odd last column or row.
+      const std::string temp = s.temp.path().string();
+      const bool opened =
+          (!mp4 && s.writer.open(temp, cv::CAP_OPENCV_MJPEG, fourcc, s.fps, colour.size(), true)) ||
+          s.writer.open(temp, fourcc, s.fps, EvenSize(colour.size(), mp4), true);
+      if (!opened) {
+        s.broken = true;
+        *why = std::string("cannot write the video: OpenCV has no writer for ") +
+               (mp4 ? "mp4v in .mp4" : "MJPG in .avi") + " here, or " +
+               WhyNotWritable(s.temp.path());
+        return false;
+      }
+      s.size = colour.size();
+    }
+    if (colour.size() != s.size) {
+      *why = "frame size " + std::to_string(colour.cols) + "x" + std::to_string(colour.rows) +
+             " differs from the video's " + std::to_string(s.size.width) + "x" +
+             std::to_string(s.size.height) + " (the first frame's picture)";
+      return false;
+    }
+    const cv::Size written = EvenSize(colour.size(), s.mp4);
+    if (written != colour.size()) {
+      // mp4v codes whole 2x2 blocks of chroma: an odd picture gets one black column or row.
+      cv::copyMakeBorder(colour, colour, 0, written.height - colour.rows, 0,
+                         written.width - colour.cols, cv::BORDER_CONSTANT, cv::Scalar(0, 0, 0));
+    }
+    s.writer.write(colour);
+    ++s.frames;
+    return true;
+  });
+}
+
+bool VideoFile::Finish(std::string* error) {
+  return Guarded("cannot write the video", error, [&](std::string* why) {
+    State& s = *state_;
+    if (s.frames == 0) {
+      *why = "no frame was coloured, so no video was written";
+      return false;
+    }
+    s.writer.release();
+    return s.temp.MoveOver(s.file, why);
+  });
 }
 
 bool LooksLikeFrame(const std::filesystem::path& file, bool rawGiven) {

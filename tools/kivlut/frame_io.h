@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
@@ -45,6 +46,34 @@ bool WritePictureAtomically(const std::filesystem::path& file, const cv::Mat& pi
 // failure the temporary file is removed, `file` is untouched and `error` says why.
 bool WriteBytesAtomically(const std::filesystem::path& file, const void* bytes, std::size_t size,
                           std::string* error);
+
+// One video written picture by picture: into a hidden temporary file beside `file` (with its
+// extension, from which OpenCV picks the container), renamed over `file` by Finish(). Destroyed
+// unfinished, or finished without a frame, it leaves nothing behind and `file` untouched. .avi is
+// encoded as MJPG at the picture's size, .mp4 as mp4v, an odd width or height padded with one
+// black column or row (mp4v takes even sizes only).
+class VideoFile {
+ public:
+  VideoFile(std::filesystem::path file, double fps);
+  ~VideoFile();
+  VideoFile(const VideoFile&) = delete;
+  VideoFile& operator=(const VideoFile&) = delete;
+
+  // Appends an 8-bit picture of 3 (blue first) or 1 channel; the first one opens the video and
+  // fixes its size. False with a reason for a picture of another size or kind (the video stays
+  // as it was) or when OpenCV cannot write the video (`Broken()` then).
+  bool Append(const cv::Mat& picture, std::string* error);
+  // Renames the video into place; false with a reason when no frame was appended or the rename
+  // failed.
+  bool Finish(std::string* error);
+  // OpenCV refused to open the video: no later picture can be appended.
+  bool Broken() const;
+  int FramesWritten() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
 
 // Whether a file met in an input folder is a frame: .png, .tif, .tiff, .pfm, and .raw when
 // `rawGiven`.

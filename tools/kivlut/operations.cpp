@@ -164,6 +164,7 @@ struct RangeContext {
   KivColorTable table;
   std::optional<KivColoringInfo> info;  // when the colouring went through KivColoring.h
   bool boundsMeasured = true;           // the colouring used no colour below or above its bounds
+  KIVMV::KivSequenceColorizer* sequence = nullptr;  // --stable: the frame is the next of these
 };
 
 bool Refused(long status, const char* method, OperationResult* result) {
@@ -296,9 +297,60 @@ bool ColourWithOptions(RangeContext& c, KIVMV::KivColoringMode mode) {
   return true;
 }
 
+KIVMV::KivSequenceOptions SequenceOptionsOf(const Options& o) {
+  KIVMV::KivSequenceOptions so;
+  so.mode = o.operation == Operation::kEqualize ? KIVMV::KivColoringMode::kEqualised
+                                                : KIVMV::KivColoringMode::kLinear;
+  if (o.percentile) {
+    so.bounds = KIVMV::KivBoundsSource::kPercentile;
+    so.lowPercentile = o.percentile->first;
+    so.highPercentile = o.percentile->second;
+  } else if (o.bounds) {
+    so.bounds = KIVMV::KivBoundsSource::kGiven;
+    so.low = o.bounds->first;
+    so.high = o.bounds->second;
+  }
+  so.timeConstant = o.stable.value_or(0.0);
+  if (o.invalid) so.noDataColor = ToKivRgb(*o.invalid);
+  // --index is refused with --stable, so an index range here is the one --below or --above
+  // implied: their colours, the other at its default, as the per-frame colouring takes them.
+  if (o.indexRange) {
+    so.belowColor = ToKivRgb(o.below);
+    so.aboveColor = ToKivRgb(o.above);
+  }
+  so.channels = o.transparent ? 4 : 3;
+  return so;
+}
+
+// The next frame of the --stable sequence, coloured with the mapping carried up to it.
+bool ColourStableFrame(RangeContext& c) {
+  const Options& o = c.options;
+  KivColoringInfo info;
+  if (ExtRefused(c.sequence->ColorFrame(c.image, &c.colours, &info),
+                 "KivSequenceColorizer::ColorFrame", &c.result)) {
+    return false;
+  }
+  // Carried bounds may lag the frame: the bar's caps show whenever some value of this frame lies
+  // outside the bounds it was coloured with, and always for given or percentile bounds.
+  const bool measured = !o.bounds && !o.percentile;
+  c.boundsMeasured =
+      measured && info.validCount > 0 && info.minimum >= info.low && info.maximum <= info.high;
+  c.info = info;
+  MappingStats& stats = c.result.stats;
+  stats.valid = info.validCount;
+  if (info.validCount > 0) {
+    stats.minimum = info.minimum;
+    stats.maximum = info.maximum;
+  }
+  SetBounds(&stats, info.low, info.high,
+            o.bounds ? "given" : (o.percentile ? "percentiles, carried" : "measured, carried"));
+  return true;
+}
+
 bool RunEqualize(RangeContext& c) {
   const Options& o = c.options;
   MappingStats& stats = c.result.stats;
+  if (c.sequence != nullptr) return ColourStableFrame(c);
   if (!o.exact && !o.indexRange && UsesColouringOptions(o)) {
     return ColourWithOptions(c, KIVMV::KivColoringMode::kEqualised);
   }
@@ -346,6 +398,7 @@ double HeightOf(int raw, const KivRangeImage& image) {
 bool RunLinear(RangeContext& c) {
   const Options& o = c.options;
   MappingStats& stats = c.result.stats;
+  if (c.sequence != nullptr) return ColourStableFrame(c);
   // KivLUTSetting's fraction bounds paint no-data like the nearest heights, so outside --exact the
   // percentile form goes through KivColoring.h, which keeps it no-data.
   const bool percentile = o.percentile && !o.asArray;
@@ -586,7 +639,8 @@ bool AttachColourBar(RangeContext& c) {
   return true;
 }
 
-OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels) {
+OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels,
+                                  KIVMV::KivSequenceColorizer* sequence) {
   std::string error;
   std::optional<KivRangeImage> image = ToRangeImage(pixels, options.axes, &error);
   if (!image) return Failure(error);
@@ -598,7 +652,8 @@ OperationResult RunRangeOperation(const Options& options, const cv::Mat& pixels)
                  cv::Mat(),
                  KivColorTable(),
                  std::nullopt,
-                 true};
+                 true,
+                 sequence};
   if (!ChooseTable(options, &c.table, &c.result.error)) return c.result;
   const KIVMV::KivDataType type = c.image.DataType();
   if ((type == KIVMV::KIV_DATA_F32 || type == KIVMV::KIV_DATA_F64) &&
@@ -758,7 +813,15 @@ std::string FormatStats(const MappingStats& stats) {
   return line;
 }
 
-OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs) {
+std::unique_ptr<KIVMV::KivSequenceColorizer> MakeSequenceColorizer(const Options& options,
+                                                                   std::string* error) {
+  KivColorTable table;
+  if (!ChooseTable(options, &table, error)) return nullptr;
+  return std::make_unique<KIVMV::KivSequenceColorizer>(table, SequenceOptionsOf(options));
+}
+
+OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs,
+                             KIVMV::KivSequenceColorizer* sequence) {
   try {
     const std::string unsupported = UnsupportedOptions(options);
     if (!unsupported.empty()) return Failure(unsupported);
@@ -775,7 +838,7 @@ OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>&
       case Operation::kDemo:
         return Failure("demo is not a per-file operation");
       default:
-        return RunRangeOperation(options, inputs[0]);
+        return RunRangeOperation(options, inputs[0], sequence);
     }
   } catch (const std::exception& e) {
     return Failure(std::string("unexpected failure: ") + e.what());

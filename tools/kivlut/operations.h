@@ -2,10 +2,12 @@
 #pragma once
 
 #include <limits>
+#include <memory>
 #include <opencv2/core.hpp>
 #include <string>
 #include <vector>
 
+#include "KivSequenceColoring.h"
 #include "options.h"
 
 namespace kivlut {
@@ -37,7 +39,17 @@ struct OperationResult {
 // Unless options.exact, a no-data pixel of a range input has the no-data colour in the picture
 // whatever KivLUTSetting's method paints there, and float heights are coloured in the same
 // physical units as --stats and --bounds speak.
-OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs);
+// With `sequence` (--stable, equalize and linear) the frame is the next of that colouriser's
+// sequence: coloured with the mapping it carries, which the frame then updates; the colour bar
+// and the statistics are those of the frame's own KivColoringInfo.
+OperationResult RunOperation(const Options& options, const std::vector<cv::Mat>& inputs,
+                             KIVMV::KivSequenceColorizer* sequence = nullptr);
+
+// The colouriser of --stable: the table of --map (reversed, with the no-data colour, as a
+// picture's), the operation's mode, measured, percentile or given bounds, time constant
+// options.stable. nullptr with the reason when the table cannot be had.
+std::unique_ptr<KIVMV::KivSequenceColorizer> MakeSequenceColorizer(const Options& options,
+                                                                   std::string* error);
 
 // The picture colour `rgb` as the KivColor the library's below/above arguments take: those
 // methods write components 2, 1, 0 into bytes 0, 1, 2, so red goes in component 0.

@@ -9,6 +9,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <sstream>
@@ -302,7 +303,10 @@ struct OptionEntry {
 // In the order --help lists them.
 const std::vector<OptionEntry>& OptionTable() {
   static const std::vector<OptionEntry> table = {
-      {"-o", "OUTPUT", kAllButDemo, Store(&Options::output, kText), "output picture or folder"},
+      {"-o", "OUTPUT", kAllButDemo, Store(&Options::output, kText),
+       "output picture or folder\n"
+       "OUT.avi (MJPG) or OUT.mp4 (mp4v): one video of every frame, in natural\n"
+       "name order, instead of pictures"},
       {"--map", "MAP", kMappedOperations, StoreMap(),
        "colour map 0..10 or grey, rainbow, hot, diverging, isoluminant, rgb,\n"
        "jet (default rainbow; 7..10 colour in grey; scale takes 1..10); for\n"
@@ -381,6 +385,14 @@ const std::vector<OptionEntry>& OptionTable() {
       {"--recursive", "", kFrameOperations, Raise(&Options::recursive),
        "folder inputs with their subfolders; with -o the subfolders are\n"
        "repeated under OUTPUT"},
+      {"--stable", "N", kOtherTableOperations, Store(&Options::stable, kNumber),
+       "equalize, linear: the frames are a sequence, coloured in natural name\n"
+       "order (f2 before f10) by one colouriser that carries bounds and\n"
+       "histogram from frame to frame with a time constant of N frames (> 0);\n"
+       "one frame after another whatever --jobs says; not with linear\n"
+       "--bounds, --index, --array, --exact"},
+      {"--fps", "F", kFrameOperations, Store(&Options::fps, kNumber),
+       "with -o OUT.avi or OUT.mp4: the video's frame rate (default 10)"},
       {"--jobs", "N", kAllButDemo, Store(&Options::jobs, kCount),
        "files coloured at once (default: one per core)"},
   };
@@ -514,6 +526,40 @@ std::string CheckValues(const Options& o) {
   return "";
 }
 
+// --stable and a video output: what a sequence colouriser or a video cannot honour.
+std::string CheckSequence(const Options& o, const std::set<std::string>& given) {
+  const auto has = [&given](const char* name) { return given.count(name) > 0; };
+  if (o.stable) {
+    if (!(*o.stable > 0.0)) {
+      return "--stable: N must be above 0 (a time constant in frames), got " + Shown(*o.stable);
+    }
+    if (o.exact) return "--stable colours through KivSequenceColorizer: --exact does not apply";
+    if (o.asArray) return "--stable colours range images: --array does not apply";
+    if (has("--index")) return "--stable uses the whole table: --index does not apply";
+    if (o.operation == Operation::kLinear && has("--bounds")) {
+      return "--stable carries measured or percentile bounds: linear with --bounds has nothing "
+             "to carry (leave out --stable or --bounds)";
+    }
+  }
+  const bool video = VideoContainerOf(o.output).has_value();
+  if (has("--fps")) {
+    if (!video) return "--fps sets the frame rate of a video: give -o OUT.avi or -o OUT.mp4";
+    if (!(o.fps > 0.0)) return "--fps must be above 0, got " + Shown(o.fps);
+  }
+  if (video) {
+    if (o.operation == Operation::kBlend) {
+      return "blend writes one picture: -o " + o.output + " names a video, give a picture name";
+    }
+    if (o.transparent)
+      return "a video has no alpha: --transparent does not apply to -o " + o.output;
+    if (has("--legend")) {
+      return "--legend writes a chart beside each picture: with -o " + o.output +
+             " there is none (write pictures, or leave out --legend)";
+    }
+  }
+  return "";
+}
+
 // Combinations that have no meaning, and the defaults one option gives another.
 std::string CheckCombination(Options& o, const std::set<std::string>& given) {
   const auto has = [&given](const char* name) { return given.count(name) > 0; };
@@ -548,6 +594,8 @@ std::string CheckCombination(Options& o, const std::set<std::string>& given) {
            (o.tableName.empty() ? std::string("viridis") : o.tableName) +
            ", --reverse, --invalid, --transparent";
   }
+  const std::string sequence = CheckSequence(o, given);
+  if (!sequence.empty()) return sequence;
   if (o.json && o.stats) {
     return "--json and --stats exclude each other (--json prints the same numbers as JSON)";
   }
@@ -574,6 +622,17 @@ std::optional<int> ParseMapType(const std::string& text) {
   const auto number = ParseInteger(text);
   if (number && *number >= 0 && *number <= kHighestMap) return number;
   return std::nullopt;
+}
+
+std::optional<VideoContainer> VideoContainerOf(const std::string& output) {
+  const std::string extension = Lowered(std::filesystem::path(output).extension().string());
+  if (extension == ".avi") return VideoContainer::kAvi;
+  if (extension == ".mp4") return VideoContainer::kMp4;
+  return std::nullopt;
+}
+
+bool ColoursInSequence(const Options& options) {
+  return options.stable.has_value() || VideoContainerOf(options.output).has_value();
 }
 
 std::vector<std::string> CommandLineWarnings(const Options& options) {
@@ -737,6 +796,8 @@ EXAMPLES
         --resolution-z 0.001 --map hot
     kivlut linear frames/ --recursive --map Viridis --colorbar --unit mm -o coloured/
     kivlut equalize depth.png --json --unit mm > stats.jsonl
+    kivlut equalize frames/ --stable 10 --map turbo --colorbar --unit mm -o coloured/
+    kivlut linear frames/ --stable 5 --percentile 2 98 -o frames.avi --fps 25
     kivlut demo gallery/
 )";
 }

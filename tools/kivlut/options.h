@@ -71,6 +71,11 @@ struct Options {
   bool json = false;       // --json: one JSON object per file on standard output, nothing else
   bool recursive = false;  // --recursive: folders with their subfolders
 
+  // sequences and videos
+  std::optional<double> stable;  // equalize, linear --stable N: one KivSequenceColorizer over
+                                 // the frames in natural order, time constant N frames
+  double fps = 10.0;             // --fps F: the frame rate of -o OUT.avi or OUT.mp4
+
   // scale
   bool automatic = false;                                      // --auto
   std::optional<std::array<double, 5>> scaleValues;            // --values V0,V1,V2,V3,V4
@@ -86,6 +91,16 @@ struct Options {
   // blend
   double alpha = 0.5;  // --alpha
 };
+
+// The containers -o may name instead of a picture: one video of every frame.
+enum class VideoContainer { kAvi, kMp4 };
+
+// The video that -o names by its extension (.avi, .mp4, any case); nullopt for pictures.
+std::optional<VideoContainer> VideoContainerOf(const std::string& output);
+
+// Whether a run colours its frames one after another in natural name order (--stable, or a
+// video output) instead of in parallel.
+bool ColoursInSequence(const Options& options);
 
 // Either options to run, a request for help, or the one-line reason the command line is wrong.
 struct ParsedCommandLine {
