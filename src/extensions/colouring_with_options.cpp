@@ -23,6 +23,7 @@
 #include "KivColoring.h"
 #include "common/load_time_config.h"
 #include "common/pixel_rules.h"
+#include "extensions/colouring_inputs.h"
 #include "range/checked_pixel_count.h"
 #include "range/equalisation.h"
 #include "range/linear_mapping.h"
@@ -33,15 +34,7 @@
 namespace KIVMV {
 namespace {
 
-// How raw values become the physical units the caller speaks: (raw - offset) x resolution for
-// the integer pixels of a range image, the value itself for everything else.
-struct Units {
-  bool scaled = false;
-  double resolution = 1.0;
-  double offset = 0.0;
-
-  double Physical(double raw) const { return scaled ? (raw - offset) * resolution : raw; }
-};
+using Units = PhysicalUnits;
 
 ColourEntry Stored(KivRgb c) { return {c.b, c.g, c.r}; }
 
@@ -232,26 +225,9 @@ void ColourValues(const T* data, int n, const Units& units, const KivColorTable&
   if (repaintNeeded) RepaintPixels(data, n, kernelOut, bounds, repaint, out);
 }
 
-long CheckOptions(const KivColoringOptions& options) {
-  if (options.channels != 3 && options.channels != 4) return KIV_EXT_ERR_CHANNELS;
-  if (options.mode != KivColoringMode::kLinear && options.mode != KivColoringMode::kEqualised) {
-    return KIV_EXT_ERR_INPUT_TYPE;
-  }
-  switch (options.bounds) {
-    case KivBoundsSource::kMeasured:
-      return KIV_EXT_OK;
-    case KivBoundsSource::kGiven:
-      return std::isfinite(options.low) && std::isfinite(options.high) &&
-                     options.low <= options.high
-                 ? KIV_EXT_OK
-                 : KIV_EXT_ERR_BOUNDS;
-    case KivBoundsSource::kPercentile:
-      return options.lowPercentile >= 0.0 && options.lowPercentile <= options.highPercentile &&
-                     options.highPercentile <= 100.0
-                 ? KIV_EXT_OK
-                 : KIV_EXT_ERR_PERCENTILES;
-  }
-  return KIV_EXT_ERR_BOUNDS;
+long CheckOptions(const KivColoringOptions& o) {
+  return CheckColouringChoice(o.channels, o.mode, o.bounds, o.low, o.high, o.lowPercentile,
+                              o.highPercentile);
 }
 
 // Runs `colour(result bytes, info)` on a fresh array and hands array and info over only when it
@@ -277,20 +253,12 @@ long KivColorRangeImage(const KivRangeImage& image, const KivColorTable& table,
                         KivColoringInfo* info) {
   try {
     if (out == nullptr) return KIV_EXT_ERR_NULL_OUTPUT;
-    if (image.Type() != 0 && image.Type() != 1) return KIV_EXT_ERR_INPUT_TYPE;
-    if (!IsKnownSampleType(image.DataType())) return KIV_EXT_ERR_INPUT_TYPE;
-    if (image.Width() <= 0 || image.Height() <= 0) return KIV_EXT_ERR_EMPTY_INPUT;
-    const int n = CheckedPixelCount(image);
-    if (n < 0) return KIV_EXT_ERR_INPUT_TYPE;
-    if (n == 0) return KIV_EXT_ERR_EMPTY_INPUT;
-    const bool integral = image.DataType() <= KIV_DATA_S32;
-    // Physical units need a scale that keeps the order of the raw values.
-    if (integral && !(std::isfinite(image.ResolutionZ()) && image.ResolutionZ() > 0.0 &&
-                      std::isfinite(image.OffsetZ()))) {
-      return KIV_EXT_ERR_INPUT_TYPE;
+    int n = 0;
+    Units units;
+    if (const long checked = CheckRangeInput(image, &n, &units); checked != KIV_EXT_OK) {
+      return checked;
     }
     if (const long checked = CheckOptions(options); checked != KIV_EXT_OK) return checked;
-    const Units units{integral, image.ResolutionZ(), image.OffsetZ()};
     return ColourIntoFresh(out, info, [&](KivColorArray& result, KivColoringInfo& measured) {
       result.SetSize(image.Width(), image.Height(), options.channels);
       VisitPixelType(image.DataType(), [&](auto tag) {
@@ -308,11 +276,8 @@ long KivColorFloatArray(const Kiv3DFloatArray& values, const KivColorTable& tabl
                         KivColoringInfo* info) {
   try {
     if (out == nullptr) return KIV_EXT_ERR_NULL_OUTPUT;
-    const int n = values.Length();
-    if (n <= 0 || values.Data() == nullptr) return KIV_EXT_ERR_EMPTY_INPUT;
-    if (values.Mat().type() != CV_32FC1 || !values.Mat().isContinuous()) {
-      return KIV_EXT_ERR_INPUT_TYPE;
-    }
+    int n = 0;
+    if (const long checked = CheckFloatInput(values, &n); checked != KIV_EXT_OK) return checked;
     if (const long checked = CheckOptions(options); checked != KIV_EXT_OK) return checked;
     return ColourIntoFresh(out, info, [&](KivColorArray& result, KivColoringInfo& measured) {
       result.Create(n, options.channels);

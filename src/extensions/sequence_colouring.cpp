@@ -18,20 +18,12 @@
 #include "common/load_time_config.h"
 #include "common/pixel_rules.h"
 #include "extensions/carried_mapping.h"
-#include "range/checked_pixel_count.h"
+#include "extensions/colouring_inputs.h"
 
 namespace KIVMV {
 namespace {
 
-// Raw values to physical units: (raw - offset) x resolution for integer pixels.
-struct Units {
-  bool scaled = false;
-  double resolution = 1.0;
-  double offset = 0.0;
-
-  double Physical(double raw) const { return scaled ? (raw - offset) * resolution : raw; }
-  double Raw(double physical) const { return scaled ? physical / resolution + offset : physical; }
-};
+using Units = PhysicalUnits;
 
 // What a pixel is painted with; `out` null: measure only.
 struct Paint {
@@ -289,26 +281,10 @@ void StoreRgb(uint8_t* bgr, KivRgb colour) {
 }
 
 long CheckSequenceOptions(const KivSequenceOptions& o) {
-  if (o.channels != 3 && o.channels != 4) return KIV_EXT_ERR_CHANNELS;
-  if (o.mode != KivColoringMode::kLinear && o.mode != KivColoringMode::kEqualised) {
-    return KIV_EXT_ERR_INPUT_TYPE;
-  }
-  switch (o.bounds) {
-    case KivBoundsSource::kMeasured:
-      break;
-    case KivBoundsSource::kGiven:
-      if (!(std::isfinite(o.low) && std::isfinite(o.high) && o.low <= o.high)) {
-        return KIV_EXT_ERR_BOUNDS;
-      }
-      break;
-    case KivBoundsSource::kPercentile:
-      if (!(o.lowPercentile >= 0.0 && o.lowPercentile <= o.highPercentile &&
-            o.highPercentile <= 100.0)) {
-        return KIV_EXT_ERR_PERCENTILES;
-      }
-      break;
-    default:
-      return KIV_EXT_ERR_BOUNDS;
+  if (const long checked = CheckColouringChoice(o.channels, o.mode, o.bounds, o.low, o.high,
+                                                o.lowPercentile, o.highPercentile);
+      checked != KIV_EXT_OK) {
+    return checked;
   }
   const bool usable = std::isfinite(o.timeConstant) && o.timeConstant >= 0.0 &&
                       o.boundDeadBand >= 0.0 && o.boundDeadBand < 1.0 && o.holdFrames >= 1 &&
@@ -421,21 +397,14 @@ long KivSequenceColorizer::ColorFrame(const KivRangeImage& frame, KivColorArray*
   try {
     if (out == nullptr) return KIV_EXT_ERR_NULL_OUTPUT;
     if (!state_) return KIV_EXT_ERR_INTERNAL;  // a moved-from colouriser
-    if (frame.Type() != 0 && frame.Type() != 1) return KIV_EXT_ERR_INPUT_TYPE;
-    if (!IsKnownSampleType(frame.DataType())) return KIV_EXT_ERR_INPUT_TYPE;
-    if (frame.Width() <= 0 || frame.Height() <= 0) return KIV_EXT_ERR_EMPTY_INPUT;
-    const int n = CheckedPixelCount(frame);
-    if (n < 0) return KIV_EXT_ERR_INPUT_TYPE;
-    if (n == 0) return KIV_EXT_ERR_EMPTY_INPUT;
-    const bool integral = frame.DataType() <= KIV_DATA_S32;
-    if (integral && !(std::isfinite(frame.ResolutionZ()) && frame.ResolutionZ() > 0.0 &&
-                      std::isfinite(frame.OffsetZ()))) {
-      return KIV_EXT_ERR_INPUT_TYPE;
+    int n = 0;
+    Units units;
+    if (const long checked = CheckRangeInput(frame, &n, &units); checked != KIV_EXT_OK) {
+      return checked;
     }
     if (const long checked = CheckSequenceOptions(state_->options); checked != KIV_EXT_OK) {
       return checked;
     }
-    const Units units{integral, frame.ResolutionZ(), frame.OffsetZ()};
     return ColourFrameSafely(
         state_, out, info, [&](State& state, KivColorArray& result, KivColoringInfo& used) {
           result.SetSize(frame.Width(), frame.Height(), state.options.channels);
@@ -454,11 +423,8 @@ long KivSequenceColorizer::ColorFrame(const Kiv3DFloatArray& frame, KivColorArra
   try {
     if (out == nullptr) return KIV_EXT_ERR_NULL_OUTPUT;
     if (!state_) return KIV_EXT_ERR_INTERNAL;
-    const int n = frame.Length();
-    if (n <= 0 || frame.Data() == nullptr) return KIV_EXT_ERR_EMPTY_INPUT;
-    if (frame.Mat().type() != CV_32FC1 || !frame.Mat().isContinuous()) {
-      return KIV_EXT_ERR_INPUT_TYPE;
-    }
+    int n = 0;
+    if (const long checked = CheckFloatInput(frame, &n); checked != KIV_EXT_OK) return checked;
     if (const long checked = CheckSequenceOptions(state_->options); checked != KIV_EXT_OK) {
       return checked;
     }
