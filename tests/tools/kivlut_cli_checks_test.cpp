@@ -36,10 +36,7 @@ using kivlut_testing::StartsWith;
 using kivlut_testing::ToolRun;
 using KIVMV::testing_support::TempFolder;
 
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
+using kivlut_testing::Contains;
 std::string Tool() { return kivlut_testing::ToolUnderTest(); }
 
 // Every file below `folder`, relative to it, sorted.
@@ -132,11 +129,7 @@ TEST_F(KivlutChecks, WrongValuesAreRefusedBeforeAnyFileIsRead) {
     for (const std::string& word : c.args) line += word + " ";
     SCOPED_TRACE(line);
     const ToolRun run = Run(args);
-    EXPECT_EQ(run.exitStatus, 2);
-    EXPECT_TRUE(run.out.empty()) << run.out;
-    EXPECT_EQ(Lines(run.err).size(), 1u) << run.err;
-    EXPECT_TRUE(StartsWith(run.err, "kivlut: ")) << run.err;
-    EXPECT_TRUE(Contains(run.err, c.message)) << run.err;
+    kivlut_testing::ExpectRefusedUpFront(run, c.message);
     EXPECT_FALSE(fs::exists(Path("out")));
   }
 }

@@ -1,6 +1,7 @@
 // What the tests of the kivlut program share: which program runs, and reading what it printed.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -53,6 +54,10 @@ inline bool StartsWith(const std::string& text, const std::string& head) {
   return text.compare(0, head.size(), head) == 0;
 }
 
+inline bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 // Runs `tool` with `args` through the shell, `environment` (assignments, may be empty) before it,
 // its standard output and error caught in files of `folder` that are gone afterwards.
 inline ToolRun RunTool(const std::string& tool, const std::vector<std::string>& args,
@@ -70,6 +75,16 @@ inline ToolRun RunTool(const std::string& tool, const std::vector<std::string>& 
   std::filesystem::remove(out);
   std::filesystem::remove(err);
   return run;
+}
+
+// A refusal before any work: exit status 2, nothing on standard output, and one line on standard
+// error that names the program and holds `message`.
+inline void ExpectRefusedUpFront(const ToolRun& run, const std::string& message) {
+  EXPECT_EQ(run.exitStatus, 2);
+  EXPECT_TRUE(run.out.empty()) << run.out;
+  EXPECT_EQ(Lines(run.err).size(), 1u) << run.err;
+  EXPECT_TRUE(StartsWith(run.err, "kivlut: ")) << run.err;
+  EXPECT_TRUE(Contains(run.err, message)) << run.err;
 }
 
 }  // namespace kivlut_testing
