@@ -532,6 +532,50 @@ void Visit(Archive& archive, ArrayInputPlan& plan) {
   for (ArrayCallPlan& call : plan.calls) Visit(archive, call);
 }
 
+// ---- The sequence colouriser -------------------------------------------------------------------
+
+inline constexpr int kMaxFrames = 4;  // frames per input of the sequence target
+
+// One KivSequenceColorizer and the frames it colours, each maybe after a Reset().
+struct SequenceInputPlan {
+  int mode = 0;    // KivColoringMode as an int: 0 equalised, 1 linear, others refused
+  int bounds = 0;  // KivBoundsSource as an int: 0 measured, 1 given, 2 percentile, others refused
+  double low = 0.0;
+  double high = 0.0;
+  double lowPercentile = 1.0;
+  double highPercentile = 99.0;
+  double timeConstant = 10.0;
+  double deadBand = 0.02;
+  int holdFrames = 3;
+  double entryTolerance = 1.0;
+  int channels = 3;
+  std::vector<RangeImagePlan> frames;
+  std::vector<int> resetBefore;  // 0 or 1 per frame
+};
+
+template <class Archive>
+void Visit(Archive& archive, SequenceInputPlan& plan) {
+  NearInt(archive, plan.mode, -1, 2);
+  NearInt(archive, plan.bounds, -1, 3);
+  Real(archive, plan.low);
+  Real(archive, plan.high);
+  Real(archive, plan.lowPercentile);
+  Real(archive, plan.highPercentile);
+  Real(archive, plan.timeConstant);
+  Real(archive, plan.deadBand);
+  NearInt(archive, plan.holdFrames, -1, 6);
+  Real(archive, plan.entryTolerance);
+  NearInt(archive, plan.channels, 2, 5);
+  int count = static_cast<int>(plan.frames.size());
+  archive.Integer(count, 1, kMaxFrames);
+  plan.frames.resize(static_cast<size_t>(count));
+  plan.resetBefore.resize(static_cast<size_t>(count));
+  for (size_t k = 0; k < plan.frames.size(); ++k) {
+    Visit(archive, plan.frames[k]);
+    Choice(archive, plan.resetBefore[k], 2);
+  }
+}
+
 // The bytes of a plan, for the seed corpus and the regression cases.
 template <class Plan>
 std::vector<uint8_t> Encode(Plan plan) {

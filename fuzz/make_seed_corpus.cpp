@@ -1,7 +1,7 @@
-// Writes the seed corpora of the fuzz targets: OUTDIR/range_methods/ and OUTDIR/array_methods/,
-// one file per input. Each input is described as a plan (what to build, which calls to make) and
-// encoded with the same layout the targets read, so the seeds reach every method, every pixel
-// type and each argument check from the first run.
+// Writes the seed corpora of the fuzz targets: OUTDIR/range_methods/, OUTDIR/array_methods/ and
+// OUTDIR/sequence_colouring/, one file per input. Each input is described as a plan (what to build,
+// which calls to make) and encoded with the same layout the targets read, so the seeds reach every
+// method, every pixel type and each argument check from the first run.
 //
 //   make_seed_corpus OUTDIR
 #include <cfloat>
@@ -615,6 +615,44 @@ std::vector<Seed> ArraySeeds() {
   return seeds;
 }
 
+// Sequences of every pixel type under each mode and bounds source, a frame that changes size, a
+// Reset() between frames, and options the colouriser must refuse.
+std::vector<Seed> SequenceSeeds() {
+  std::vector<Seed> seeds;
+  const auto add = [&seeds](const std::string& name, const SequenceInputPlan& plan) {
+    seeds.push_back({name, Encode(plan)});
+  };
+  for (int dataType = 0; dataType <= 6; ++dataType) {
+    for (int mode = 0; mode <= 1; ++mode) {
+      SequenceInputPlan plan;
+      plan.mode = mode;
+      plan.bounds = dataType % 3;
+      plan.low = -1.0;
+      plan.high = 2.0;
+      plan.lowPercentile = 5.0;
+      plan.highPercentile = 95.0;
+      plan.timeConstant = 2.0;
+      plan.holdFrames = 1 + dataType % 3;
+      plan.channels = 3 + mode;
+      for (int k = 0; k < 3; ++k) {
+        plan.frames.push_back(Image(dataType, 13 + 2 * k, 9));
+        plan.resetBefore.push_back(k == 2 && dataType % 2 == 1 ? 1 : 0);
+      }
+      add("type" + std::to_string(dataType) + "_mode" + std::to_string(mode), plan);
+    }
+  }
+  SequenceInputPlan refused;
+  refused.timeConstant = -1.0;
+  refused.frames.push_back(Image(2, 5, 5));
+  refused.resetBefore.push_back(0);
+  add("refused_options", refused);
+  SequenceInputPlan empty = refused;
+  empty.timeConstant = 0.0;
+  empty.frames[0].width = 0;
+  add("empty_frame", empty);
+  return seeds;
+}
+
 bool WriteSeeds(const std::filesystem::path& folder, const std::vector<Seed>& seeds) {
   std::filesystem::create_directories(folder);
   for (const Seed& seed : seeds) {
@@ -655,15 +693,18 @@ int main(int argc, char** argv) {
   const std::filesystem::path root = argv[1];
   const auto range = kivfuzz::RangeSeeds();
   const auto array = kivfuzz::ArraySeeds();
+  const auto sequence = kivfuzz::SequenceSeeds();
   if (!kivfuzz::RoundTrips<kivfuzz::RangeInputPlan>(range) ||
-      !kivfuzz::RoundTrips<kivfuzz::ArrayInputPlan>(array)) {
+      !kivfuzz::RoundTrips<kivfuzz::ArrayInputPlan>(array) ||
+      !kivfuzz::RoundTrips<kivfuzz::SequenceInputPlan>(sequence)) {
     return 1;
   }
   if (!kivfuzz::WriteSeeds(root / "range_methods", range) ||
-      !kivfuzz::WriteSeeds(root / "array_methods", array)) {
+      !kivfuzz::WriteSeeds(root / "array_methods", array) ||
+      !kivfuzz::WriteSeeds(root / "sequence_colouring", sequence)) {
     return 1;
   }
-  std::printf("make_seed_corpus: %zu range and %zu array inputs in %s\n", range.size(),
-              array.size(), root.string().c_str());
+  std::printf("make_seed_corpus: %zu range, %zu array and %zu sequence inputs in %s\n",
+              range.size(), array.size(), sequence.size(), root.string().c_str());
   return 0;
 }

@@ -35,13 +35,6 @@ struct Paint {
   uint8_t above[3] = {0, 0, 0};
 };
 
-inline void Put(uint8_t* pixel, const uint8_t* colour, int channels, uint8_t alpha) {
-  pixel[0] = colour[0];
-  pixel[1] = colour[1];
-  pixel[2] = colour[2];
-  if (channels == 4) pixel[3] = alpha;
-}
-
 // A CellMapping in a frame's raw units and in the arithmetic of its pixel type.
 template <typename T>
 struct RawMapping {

@@ -185,7 +185,10 @@ void ExpectFramesMatchThePlainLoop(KivColoringMode mode, int channels) {
   // those frames are coloured through a table of every value.
   const std::vector<std::pair<int, int>> sizes{{1, 1},   {7, 5},   {33, 31},
                                                {301, 3}, {40, 30}, {520, 510}};
-  for (const auto& [w, h] : sizes) {
+  for (const auto& size : sizes) {
+    // Plain ints, not structured bindings: the lambdas below capture them.
+    const int w = size.first;
+    const int h = size.second;
     for (int frame = 0; frame < 3; ++frame) {
       KivRangeImage image = RandomRangeImage<T>(w, h, random);
       if constexpr (std::is_integral_v<T>) image.SetResolution(1.0, 1.0, 0.5);
