@@ -4,8 +4,8 @@
 # KIVLUT_TEST_COMPILERS to a subset (e.g. "gcc") to run only those.
 #   gcc, clang  GCC 12 / Clang 14, everything built, every test.
 #   asan        Clang 14 with AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer on
-#               every target, the fuzz targets included; every test once, the fuzzers' short runs
-#               among them.
+#               every target but the Python module, the fuzz targets included; every C++ test once,
+#               the fuzzers' short runs among them.
 #   tsan        Clang 14 with ThreadSanitizer; only the concurrency tests.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
