@@ -61,7 +61,7 @@ void BM_SequenceColouring(benchmark::State& state) {
   KIVMV::KivColorTable table;
   KIVMV::KivColorTable::ByName("turbo", &table);
   KIVMV::KivSequenceOptions options;
-  options.mode = ModeOf(state);
+  options.coloring.mode = ModeOf(state);
   KIVMV::KivSequenceColorizer colorizer(table, options);
   size_t k = 0;
   for (auto _ : state) {

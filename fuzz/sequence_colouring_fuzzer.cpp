@@ -38,17 +38,17 @@ void Run(const SequenceInputPlan& plan) {
   KivColorTable table;
   KivColorTable::ByName("turbo", &table);
   KivSequenceOptions options;
-  options.mode = static_cast<KivColoringMode>(plan.mode);
-  options.bounds = static_cast<KivBoundsSource>(plan.bounds);
-  options.low = plan.low;
-  options.high = plan.high;
-  options.lowPercentile = plan.lowPercentile;
-  options.highPercentile = plan.highPercentile;
+  options.coloring.mode = static_cast<KivColoringMode>(plan.mode);
+  options.coloring.bounds = static_cast<KivBoundsSource>(plan.bounds);
+  options.coloring.low = plan.low;
+  options.coloring.high = plan.high;
+  options.coloring.lowPercentile = plan.lowPercentile;
+  options.coloring.highPercentile = plan.highPercentile;
   options.timeConstant = plan.timeConstant;
   options.boundDeadBand = plan.deadBand;
   options.holdFrames = plan.holdFrames;
   options.entryTolerance = plan.entryTolerance;
-  options.channels = plan.channels;
+  options.coloring.channels = plan.channels;
   KivSequenceColorizer colorizer(table, options);
   int64_t coloured = 0;
   for (size_t k = 0; k < plan.frames.size(); ++k) {

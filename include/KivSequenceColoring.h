@@ -37,23 +37,21 @@
 namespace KIVMV {
 
 struct KivSequenceOptions {
-  KivColoringMode mode = KivColoringMode::kEqualised;
-  // kMeasured: each frame proposes its minimum and maximum; kPercentile: lowPercentile and
-  // highPercentile of its valid values; kGiven: low and high, fixed (only the histogram is
-  // carried).
-  KivBoundsSource bounds = KivBoundsSource::kMeasured;
-  double low = 0.0;
-  double high = 0.0;
-  double lowPercentile = 1.0;
-  double highPercentile = 99.0;
+  // The colouring each frame gets, as for KivColorRangeImage: mode, no-data, below and above
+  // colours, channels, and where the bounds come from. kMeasured: each frame proposes its minimum
+  // and maximum; kPercentile: its lowPercentile and highPercentile; kGiven: low and high, fixed
+  // (only the histogram is carried). greyZeroIsNoData plays no part here.
+  // Equalised by default: a stream's histogram is what is worth carrying.
+  KivColoringOptions coloring = [] {
+    KivColoringOptions equalised;
+    equalised.mode = KivColoringMode::kEqualised;
+    return equalised;
+  }();
+  // How the mapping follows the frames.
   double timeConstant = 10.0;   // frames, >= 0
   double boundDeadBand = 0.02;  // fraction of the span, 0 <= band < 1
   int holdFrames = 3;           // 1..1000: excursions shorter than this are not followed
   double entryTolerance = 1.0;  // table entries, >= 0
-  std::optional<KivRgb> noDataColor;
-  std::optional<KivRgb> belowColor;
-  std::optional<KivRgb> aboveColor;
-  int channels = 3;  // 3: BGR; 4: BGRA, alpha 0 on no-data
 };
 
 class KIVLUT_API KivSequenceColorizer {

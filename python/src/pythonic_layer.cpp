@@ -144,10 +144,19 @@ std::pair<double, double> PercentilesOf(const py::object& value) {
   return {pair[0].cast<double>(), pair[1].cast<double>()};
 }
 
+// The colouring colorize() and SequenceColorizer take: mode and bounds from their arguments, the
+// colours of no-data, below and above (unset: the table's), alpha.
 KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<double> low,
-                                     std::optional<double> high,
-                                     const std::pair<double, double>& percentiles) {
+                                     std::optional<double> high, const py::object& percentiles,
+                                     const std::optional<KivRgb>& nodata_color,
+                                     const std::optional<KivRgb>& below_color,
+                                     const std::optional<KivRgb>& above_color, bool alpha) {
+  const std::pair<double, double> percentileBounds = PercentilesOf(percentiles);
   KIVMV::KivColoringOptions options;
+  options.noDataColor = nodata_color;
+  options.belowColor = below_color;
+  options.aboveColor = above_color;
+  options.channels = alpha ? 4 : 3;
   if (low.has_value() != high.has_value()) {
     throw py::value_error("give both low and high, or neither");
   }
@@ -165,8 +174,8 @@ KIVMV::KivColoringOptions OptionsFor(const std::string& mode, std::optional<doub
     }
     options.mode = KIVMV::KivColoringMode::kLinear;
     options.bounds = KIVMV::KivBoundsSource::kPercentile;
-    options.lowPercentile = percentiles.first;
-    options.highPercentile = percentiles.second;
+    options.lowPercentile = percentileBounds.first;
+    options.highPercentile = percentileBounds.second;
   } else {
     throw py::value_error("mode must be 'equalize', 'linear' or 'percentile', not '" + mode + "'");
   }
@@ -226,11 +235,8 @@ py::tuple Colorize(const py::object& data, const std::string& mode, const std::s
   Coloring coloring;
   coloring.mode = mode;
   coloring.table = TableNamed(cmap);
-  KIVMV::KivColoringOptions options = OptionsFor(mode, low, high, PercentilesOf(percentiles));
-  options.noDataColor = nodata_color;
-  options.belowColor = below_color;
-  options.aboveColor = above_color;
-  options.channels = alpha ? 4 : 3;
+  const KIVMV::KivColoringOptions options =
+      OptionsFor(mode, low, high, percentiles, nodata_color, below_color, above_color, alpha);
   coloring.below = options.belowColor;
   coloring.above = options.aboveColor;
 
@@ -265,23 +271,13 @@ std::unique_ptr<Sequence> MakeSequence(const std::string& cmap, const std::strin
                                        const std::optional<KivRgb>& nodata_color,
                                        const std::optional<KivRgb>& below_color,
                                        const std::optional<KivRgb>& above_color, bool alpha) {
-  const KIVMV::KivColoringOptions coloring =
-      OptionsFor(mode, low, high, PercentilesOf(percentiles));
   KIVMV::KivSequenceOptions options;
-  options.mode = coloring.mode;
-  options.bounds = coloring.bounds;
-  options.low = coloring.low;
-  options.high = coloring.high;
-  options.lowPercentile = coloring.lowPercentile;
-  options.highPercentile = coloring.highPercentile;
+  options.coloring =
+      OptionsFor(mode, low, high, percentiles, nodata_color, below_color, above_color, alpha);
   options.timeConstant = time_constant;
   options.boundDeadBand = dead_band;
   options.holdFrames = hold_frames;
   options.entryTolerance = entry_tolerance;
-  options.noDataColor = nodata_color;
-  options.belowColor = below_color;
-  options.aboveColor = above_color;
-  options.channels = alpha ? 4 : 3;
   return std::make_unique<Sequence>(TableNamed(cmap), options, mode);
 }
 
@@ -290,8 +286,8 @@ Coloring ColoringOf(const Sequence& sequence, KIVMV::KivColoringInfo info) {
   coloring.info = std::move(info);
   coloring.table = sequence.colorizer.Table();
   coloring.mode = sequence.mode;
-  coloring.below = sequence.colorizer.Options().belowColor;
-  coloring.above = sequence.colorizer.Options().aboveColor;
+  coloring.below = sequence.colorizer.Options().coloring.belowColor;
+  coloring.above = sequence.colorizer.Options().coloring.aboveColor;
   return coloring;
 }
 

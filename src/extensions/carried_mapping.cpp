@@ -178,14 +178,14 @@ void CarriedMapping::StartFrom(double minimum, double maximum) {
 }
 
 void CarriedMapping::ProposeBounds(const FrameMeasure& measure, double* low, double* high) const {
-  switch (options_.bounds) {
+  switch (options_.coloring.bounds) {
     case KivBoundsSource::kGiven:
-      *low = options_.low;
-      *high = options_.high;
+      *low = options_.coloring.low;
+      *high = options_.coloring.high;
       return;
     case KivBoundsSource::kPercentile:
-      *low = PercentileOfMeasure(measure, low_, high_, options_.lowPercentile);
-      *high = PercentileOfMeasure(measure, low_, high_, options_.highPercentile);
+      *low = PercentileOfMeasure(measure, low_, high_, options_.coloring.lowPercentile);
+      *high = PercentileOfMeasure(measure, low_, high_, options_.coloring.highPercentile);
       return;
     case KivBoundsSource::kMeasured:
       *low = measure.minimum;
@@ -195,8 +195,9 @@ void CarriedMapping::ProposeBounds(const FrameMeasure& measure, double* low, dou
 }
 
 CellMapping CarriedMapping::MappingOfState() const {
-  return options_.mode == KivColoringMode::kEqualised ? EqualisedCellMapping(shares_, low_, high_)
-                                                      : LinearCellMapping(low_, high_);
+  return options_.coloring.mode == KivColoringMode::kEqualised
+             ? EqualisedCellMapping(shares_, low_, high_)
+             : LinearCellMapping(low_, high_);
 }
 
 void CarriedMapping::TakeFrame(const FrameMeasure& measure, bool fresh) {

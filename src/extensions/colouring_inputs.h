@@ -53,21 +53,20 @@ inline long CheckFloatInput(const Kiv3DFloatArray& values, int* n) {
 }
 
 // The output channels, the mode and the bounds asked for.
-inline long CheckColouringChoice(int channels, KivColoringMode mode, KivBoundsSource bounds,
-                                 double low, double high, double lowPercentile,
-                                 double highPercentile) {
-  if (channels != 3 && channels != 4) return KIV_EXT_ERR_CHANNELS;
-  if (mode != KivColoringMode::kLinear && mode != KivColoringMode::kEqualised) {
+inline long CheckColouringChoice(const KivColoringOptions& o) {
+  if (o.channels != 3 && o.channels != 4) return KIV_EXT_ERR_CHANNELS;
+  if (o.mode != KivColoringMode::kLinear && o.mode != KivColoringMode::kEqualised) {
     return KIV_EXT_ERR_INPUT_TYPE;
   }
-  switch (bounds) {
+  switch (o.bounds) {
     case KivBoundsSource::kMeasured:
       return KIV_EXT_OK;
     case KivBoundsSource::kGiven:
-      return std::isfinite(low) && std::isfinite(high) && low <= high ? KIV_EXT_OK
-                                                                      : KIV_EXT_ERR_BOUNDS;
+      return std::isfinite(o.low) && std::isfinite(o.high) && o.low <= o.high ? KIV_EXT_OK
+                                                                              : KIV_EXT_ERR_BOUNDS;
     case KivBoundsSource::kPercentile:
-      return lowPercentile >= 0.0 && lowPercentile <= highPercentile && highPercentile <= 100.0
+      return o.lowPercentile >= 0.0 && o.lowPercentile <= o.highPercentile &&
+                     o.highPercentile <= 100.0
                  ? KIV_EXT_OK
                  : KIV_EXT_ERR_PERCENTILES;
   }

@@ -225,11 +225,6 @@ void ColourValues(const T* data, int n, const Units& units, const KivColorTable&
   if (repaintNeeded) RepaintPixels(data, n, kernelOut, bounds, repaint, out);
 }
 
-long CheckOptions(const KivColoringOptions& o) {
-  return CheckColouringChoice(o.channels, o.mode, o.bounds, o.low, o.high, o.lowPercentile,
-                              o.highPercentile);
-}
-
 // Runs `colour(result bytes, info)` on a fresh array and hands array and info over only when it
 // succeeds, so that a failure leaves the caller's objects as they were.
 template <typename Colour>
@@ -258,7 +253,7 @@ long KivColorRangeImage(const KivRangeImage& image, const KivColorTable& table,
     if (const long checked = CheckRangeInput(image, &n, &units); checked != KIV_EXT_OK) {
       return checked;
     }
-    if (const long checked = CheckOptions(options); checked != KIV_EXT_OK) return checked;
+    if (const long checked = CheckColouringChoice(options); checked != KIV_EXT_OK) return checked;
     return ColourIntoFresh(out, info, [&](KivColorArray& result, KivColoringInfo& measured) {
       result.SetSize(image.Width(), image.Height(), options.channels);
       VisitPixelType(image.DataType(), [&](auto tag) {
@@ -278,7 +273,7 @@ long KivColorFloatArray(const Kiv3DFloatArray& values, const KivColorTable& tabl
     if (out == nullptr) return KIV_EXT_ERR_NULL_OUTPUT;
     int n = 0;
     if (const long checked = CheckFloatInput(values, &n); checked != KIV_EXT_OK) return checked;
-    if (const long checked = CheckOptions(options); checked != KIV_EXT_OK) return checked;
+    if (const long checked = CheckColouringChoice(options); checked != KIV_EXT_OK) return checked;
     return ColourIntoFresh(out, info, [&](KivColorArray& result, KivColoringInfo& measured) {
       result.Create(n, options.channels);
       ColourValues(values.Data(), n, Units{}, table, options, result.Data(), measured);
@@ -319,7 +314,7 @@ long KivColorGreyImage(const KivImage& image, const KivColorTable& table,
         pixels.dims != 2 || pixels.total() > static_cast<size_t>(std::numeric_limits<int>::max())) {
       return KIV_EXT_ERR_INPUT_TYPE;
     }
-    if (const long checked = CheckOptions(options); checked != KIV_EXT_OK) return checked;
+    if (const long checked = CheckColouringChoice(options); checked != KIV_EXT_OK) return checked;
     const int n = static_cast<int>(pixels.total());
     return ColourIntoFresh(out, info, [&](KivColorArray& result, KivColoringInfo& measured) {
       result.SetSize(pixels.cols, pixels.rows, options.channels);

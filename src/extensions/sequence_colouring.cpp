@@ -274,9 +274,7 @@ void StoreRgb(uint8_t* bgr, KivRgb colour) {
 }
 
 long CheckSequenceOptions(const KivSequenceOptions& o) {
-  if (const long checked = CheckColouringChoice(o.channels, o.mode, o.bounds, o.low, o.high,
-                                                o.lowPercentile, o.highPercentile);
-      checked != KIV_EXT_OK) {
+  if (const long checked = CheckColouringChoice(o.coloring); checked != KIV_EXT_OK) {
     return checked;
   }
   const bool usable = std::isfinite(o.timeConstant) && o.timeConstant >= 0.0 &&
@@ -306,17 +304,17 @@ struct KivSequenceColorizer::State {
               KivColoringInfo& info) {
     Paint paint;
     paint.out = result.Data();
-    paint.channels = options.channels;
+    paint.channels = options.coloring.channels;
     paint.entries = table.Bgr();
-    StoreRgb(paint.noData, options.noDataColor.value_or(table.NoDataColor()));
-    StoreRgb(paint.below, options.belowColor.value_or(table.At(0)));
-    StoreRgb(paint.above, options.aboveColor.value_or(table.At(KivColorTable::kSize - 1)));
+    StoreRgb(paint.noData, options.coloring.noDataColor.value_or(table.NoDataColor()));
+    StoreRgb(paint.below, options.coloring.belowColor.value_or(table.At(0)));
+    StoreRgb(paint.above, options.coloring.aboveColor.value_or(table.At(KivColorTable::kSize - 1)));
 
     // Without a carried mapping, or without carrying, a frame is measured for itself first:
     // extremes, then its cells between the bounds it proposes, then it is coloured.
     const bool fresh = !carried.HasMapping() || options.timeConstant == 0.0;
-    const bool countCells = options.mode == KivColoringMode::kEqualised ||
-                            options.bounds == KivBoundsSource::kPercentile;
+    const bool countCells = options.coloring.mode == KivColoringMode::kEqualised ||
+                            options.coloring.bounds == KivBoundsSource::kPercentile;
     FrameMeasure measure;
     if (fresh) {
       const Paint measureOnly{};
@@ -333,12 +331,12 @@ struct KivSequenceColorizer::State {
       const CellMapping used = carried.Mapping();
       measure = ColourAndMeasure(data, n, units, used, paint, countCells);
       carried.TakeFrame(measure, false);
-      info = InfoOf(used, options.mode);
+      info = InfoOf(used, options.coloring.mode);
     }
-    if (fresh) info = InfoOf(carried.Mapping(), options.mode);
+    if (fresh) info = InfoOf(carried.Mapping(), options.coloring.mode);
     if (measure.valid == 0 && !carried.HasMapping()) {
       info = KivColoringInfo{};
-      info.mode = options.mode;
+      info.mode = options.coloring.mode;
       info.low = info.high = std::numeric_limits<double>::quiet_NaN();
     }
     constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -400,7 +398,7 @@ long KivSequenceColorizer::ColorFrame(const KivRangeImage& frame, KivColorArray*
     }
     return ColourFrameSafely(
         state_, out, info, [&](State& state, KivColorArray& result, KivColoringInfo& used) {
-          result.SetSize(frame.Width(), frame.Height(), state.options.channels);
+          result.SetSize(frame.Width(), frame.Height(), state.options.coloring.channels);
           VisitPixelType(frame.DataType(), [&](auto tag) {
             using T = typename decltype(tag)::type;
             state.Colour(frame.Ptr<T>(), n, units, result, used);
@@ -423,7 +421,7 @@ long KivSequenceColorizer::ColorFrame(const Kiv3DFloatArray& frame, KivColorArra
     }
     return ColourFrameSafely(state_, out, info,
                              [&](State& state, KivColorArray& result, KivColoringInfo& used) {
-                               result.Create(n, state.options.channels);
+                               result.Create(n, state.options.coloring.channels);
                                state.Colour(frame.Data(), n, Units{}, result, used);
                              });
   } catch (...) {
@@ -441,7 +439,7 @@ long KivSequenceColorizer::CurrentMapping(KivColoringInfo* info) const {
   if (info == nullptr) return KIV_EXT_ERR_NULL_OUTPUT;
   if (!state_ || !state_->carried.HasMapping()) return KIV_EXT_ERR_NO_SCALE;
   try {
-    *info = InfoOf(state_->carried.Mapping(), state_->options.mode);
+    *info = InfoOf(state_->carried.Mapping(), state_->options.coloring.mode);
     return KIV_EXT_OK;
   } catch (...) {
     return KIV_EXT_ERR_INTERNAL;

@@ -175,8 +175,8 @@ void ExpectFramesMatchThePlainLoop(KivColoringMode mode, int channels) {
   std::mt19937_64 random(1234 + static_cast<int>(mode) + channels);
   const KivColorTable table = Table("viridis");
   KivSequenceOptions options;
-  options.mode = mode;
-  options.channels = channels;
+  options.coloring.mode = mode;
+  options.coloring.channels = channels;
   options.timeConstant = 3.0;
   options.holdFrames = 1;
   KivSequenceColorizer colorizer(table, options);
@@ -446,7 +446,7 @@ FlickerFigures MeasureGenerated(KivColoringMode mode) {
   KivColoringOptions perFrameOptions;
   perFrameOptions.mode = mode;
   KivSequenceOptions options;
-  options.mode = mode;
+  options.coloring.mode = mode;
   options.timeConstant = 10.0;
   KivSequenceColorizer colorizer(table, options);
   KivSequenceOptions aloneOptions = options;
@@ -520,7 +520,7 @@ TEST(SequenceFlicker, RealFramesRepeatedWithNoiseFlickerLessThanPerFrame) {
     KivColoringOptions perFrameOptions;
     perFrameOptions.mode = mode;
     KivSequenceOptions options;
-    options.mode = mode;
+    options.coloring.mode = mode;
     KivSequenceColorizer colorizer(table, options);
     double perFrame = 0.0;
     double stable = 0.0;

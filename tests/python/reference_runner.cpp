@@ -419,22 +419,9 @@ KIVMV::KivColorBarOptions BarOptions(const Job& job) {
   return options;
 }
 
-// colorize: a colouring with options, then, when asked, its colour bar and the picture with the
-// bar attached, as kivlut.colorize, colorbar and attach_colorbar chain them.
-void Colorize(const std::string& op, const Job& job, Result& result) {
-  KIVMV::KivColorTable table;
-  long status = KIVMV::KivColorTable::ByName(job.Str("cmap"), &table);
-  if (status != KIVMV::KIV_EXT_OK) {
-    result.Status(status);
-    return;
-  }
-  const auto rgbLine = [&result](const std::string& key, KIVMV::KivRgb c) {
-    result.Line(key + " " + std::to_string(c.r) + " " + std::to_string(c.g) + " " +
-                std::to_string(c.b));
-  };
-  rgbLine("table_first", table.At(0));
-  rgbLine("table_last", table.At(255));
-  rgbLine("table_no_data", table.NoDataColor());
+// The colouring a kivlut.colorize call or SequenceColorizer asks for: mode "equalize", "linear" or
+// "percentile", given bounds, colours and channels.
+KIVMV::KivColoringOptions ColoringOptions(const Job& job) {
   KIVMV::KivColoringOptions options;
   const std::string mode = job.Str("mode");
   options.mode =
@@ -453,6 +440,26 @@ void Colorize(const std::string& op, const Job& job, Result& result) {
   if (job.Has("below")) options.belowColor = job.Rgb("below");
   if (job.Has("above")) options.aboveColor = job.Rgb("above");
   options.channels = job.Has("channels") ? job.Int("channels") : 3;
+  return options;
+}
+
+// colorize: a colouring with options, then, when asked, its colour bar and the picture with the
+// bar attached, as kivlut.colorize, colorbar and attach_colorbar chain them.
+void Colorize(const std::string& op, const Job& job, Result& result) {
+  KIVMV::KivColorTable table;
+  long status = KIVMV::KivColorTable::ByName(job.Str("cmap"), &table);
+  if (status != KIVMV::KIV_EXT_OK) {
+    result.Status(status);
+    return;
+  }
+  const auto rgbLine = [&result](const std::string& key, KIVMV::KivRgb c) {
+    result.Line(key + " " + std::to_string(c.r) + " " + std::to_string(c.g) + " " +
+                std::to_string(c.b));
+  };
+  rgbLine("table_first", table.At(0));
+  rgbLine("table_last", table.At(255));
+  rgbLine("table_no_data", table.NoDataColor());
+  const KIVMV::KivColoringOptions options = ColoringOptions(job);
   KIVMV::KivColorArray out;
   KIVMV::KivColoringInfo info;
   int width = 0;
@@ -500,20 +507,11 @@ void Sequence(const Job& job, Result& result) {
   KIVMV::KivColorTable table;
   KIVMV::KivColorTable::ByName(job.Str("cmap"), &table);
   KIVMV::KivSequenceOptions options;
-  const std::string mode = job.Str("mode");
-  options.mode =
-      mode == "equalize" ? KIVMV::KivColoringMode::kEqualised : KIVMV::KivColoringMode::kLinear;
-  if (mode == "percentile") {
-    options.bounds = KIVMV::KivBoundsSource::kPercentile;
-    const std::vector<double> p = job.Doubles("percentiles");
-    options.lowPercentile = p.at(0);
-    options.highPercentile = p.at(1);
-  }
+  options.coloring = ColoringOptions(job);
   options.timeConstant = job.Double("tau");
   options.holdFrames = job.Int("hold");
   options.boundDeadBand = job.Double("band");
   options.entryTolerance = job.Double("tolerance");
-  options.channels = job.Has("channels") ? job.Int("channels") : 3;
   KIVMV::KivSequenceColorizer colorizer(table, options);
   for (int k = 0; k < job.Int("frames"); ++k) {
     const std::string frame = std::to_string(k);

@@ -79,7 +79,6 @@ class KivlutSequence : public ::testing::Test {
   // colours equalize --map rainbow --stable kTimeConstant.
   std::vector<cv::Mat> Reference(const std::vector<std::string>& frames) const {
     KIVMV::KivSequenceOptions options;
-    options.mode = KIVMV::KivColoringMode::kEqualised;
     options.timeConstant = kTimeConstant;
     KIVMV::KivSequenceColorizer colouriser(KIVMV::KivColorTable::Described(1), options);
     std::vector<cv::Mat> pictures;

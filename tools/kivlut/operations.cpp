@@ -299,26 +299,16 @@ bool ColourWithOptions(RangeContext& c, KIVMV::KivColoringMode mode) {
 
 KIVMV::KivSequenceOptions SequenceOptionsOf(const Options& o) {
   KIVMV::KivSequenceOptions so;
-  so.mode = o.operation == Operation::kEqualize ? KIVMV::KivColoringMode::kEqualised
-                                                : KIVMV::KivColoringMode::kLinear;
-  if (o.percentile) {
-    so.bounds = KIVMV::KivBoundsSource::kPercentile;
-    so.lowPercentile = o.percentile->first;
-    so.highPercentile = o.percentile->second;
-  } else if (o.bounds) {
-    so.bounds = KIVMV::KivBoundsSource::kGiven;
-    so.low = o.bounds->first;
-    so.high = o.bounds->second;
-  }
+  so.coloring =
+      ColouringOptionsOf(o, o.operation == Operation::kEqualize ? KIVMV::KivColoringMode::kEqualised
+                                                                : KIVMV::KivColoringMode::kLinear);
   so.timeConstant = o.stable.value_or(0.0);
-  if (o.invalid) so.noDataColor = ToKivRgb(*o.invalid);
   // --index is refused with --stable, so an index range here is the one --below or --above
   // implied: their colours, the other at its default, as the per-frame colouring takes them.
   if (o.indexRange) {
-    so.belowColor = ToKivRgb(o.below);
-    so.aboveColor = ToKivRgb(o.above);
+    so.coloring.belowColor = ToKivRgb(o.below);
+    so.coloring.aboveColor = ToKivRgb(o.above);
   }
-  so.channels = o.transparent ? 4 : 3;
   return so;
 }
 
