@@ -406,6 +406,14 @@ class RunIndex {
     }
 
     int RunOf(T v) const { return RunIn(v, Cell(v)); }
+
+    // Each cell's threshold and first run, for gathers that step kEntryBytes a cell; a crowded
+    // cell's first run reads as negative.
+    static constexpr int kEntryBytes = sizeof(Entry);
+    const Calc* thresholds() const { return &static_cast<const Entry*>(cells)->threshold; }
+    const int32_t* firstRuns() const {
+      return reinterpret_cast<const int32_t*>(&static_cast<const Entry*>(cells)->first);
+    }
   };
 
   // The cells alone, without runs: View::Cell works, nothing else does.
@@ -469,6 +477,50 @@ typename OrderedCode<T>::Code EndFiniteCode() {
 }
 
 #if KIVLUT_HAS_AVX2_PATHS
+// RunIndex<float>::View::Cell of eight values: (v - first) * scale, then x > 0 ? x : 0 (MAXPS
+// returns its second operand for NaN), then its truncation below the limit and the last cell from
+// there on.
+__attribute__((target("avx2"))) inline __m256i CellsAvx2(__m256 v, __m256 first, __m256 scale,
+                                                         __m256 limit, __m256i lastCell) {
+  const __m256 y =
+      _mm256_max_ps(_mm256_mul_ps(_mm256_sub_ps(v, first), scale), _mm256_setzero_ps());
+  const __m256 inRange = _mm256_cmp_ps(y, limit, _CMP_LT_OQ);
+  return _mm256_blendv_epi8(lastCell, _mm256_cvttps_epi32(y), _mm256_castps_si256(inRange));
+}
+
+// The histogram runs of values[0..count), eight at a time: RunIn for a value in [from, to] whose
+// cell holds at most one run start, `outside` for the other values (NaN among them), and a
+// negative number for the lanes of crowded cells, which the caller looks up one by one. A last
+// group of fewer than eight is left to the caller too.
+__attribute__((target("avx2"))) void HistogramRunsAvx2(const float* values, int count,
+                                                       const RunIndex<float>::View& lookup,
+                                                       float from, float to, int32_t outside,
+                                                       int32_t* runs) {
+  constexpr int kStride = RunIndex<float>::View::kEntryBytes;
+  const __m256 first = _mm256_set1_ps(lookup.first);
+  const __m256 scale = _mm256_set1_ps(lookup.scale);
+  const __m256 limit = _mm256_set1_ps(lookup.cellLimit);
+  const __m256i lastCell = _mm256_set1_epi32(lookup.cellCount - 1);
+  const __m256 fromV = _mm256_set1_ps(from);
+  const __m256 toV = _mm256_set1_ps(to);
+  const __m256i outsideV = _mm256_set1_epi32(outside);
+  const float* const thresholds = lookup.thresholds();
+  const int* const firstRuns = reinterpret_cast<const int*>(lookup.firstRuns());
+  for (int k = 0; k + 8 <= count; k += 8) {
+    const __m256 v = _mm256_loadu_ps(values + k);
+    const __m256i cell = CellsAvx2(v, first, scale, limit, lastCell);
+    const __m256 threshold = _mm256_i32gather_ps(thresholds, cell, kStride);
+    const __m256i firstRun = _mm256_i32gather_epi32(firstRuns, cell, kStride);
+    // A crowded cell's threshold is +infinity, so its lanes keep their negative first run.
+    const __m256i step = _mm256_castps_si256(_mm256_cmp_ps(v, threshold, _CMP_GE_OQ));
+    const __m256i run = _mm256_sub_epi32(firstRun, step);
+    const __m256 inside =
+        _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_GE_OQ), _mm256_cmp_ps(v, toV, _CMP_LE_OQ));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(runs + k),
+                        _mm256_blendv_epi8(outsideV, run, _mm256_castps_si256(inside)));
+  }
+}
+
 // Float pixels coloured by runs eight at a time. Per cell one colour word, that of its only run,
 // or kScalarColour when a run starts inside it: one gather colours a pixel, and the few pixels of
 // cells with a run start go through RunIndex. The cell is RunIndex's own float arithmetic, so
@@ -508,7 +560,6 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
   const __m256 scale = _mm256_set1_ps(lookup.scale);
   const __m256 limit = _mm256_set1_ps(lookup.cellLimit);
   const __m256i lastCell = _mm256_set1_epi32(lookup.cellCount - 1);
-  const __m256 zero = _mm256_setzero_ps();
   const __m256 fromV = _mm256_set1_ps(from);
   const __m256 toV = _mm256_set1_ps(to);
   const __m256 lowestV = _mm256_set1_ps(lowestValid);
@@ -519,12 +570,7 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
   const int* const cellWords = reinterpret_cast<const int*>(cellColours);
   for (int k = 0; k + 8 <= count; k += 8) {
     const __m256 v = _mm256_loadu_ps(values + k);
-    // (v - first) * scale, then x > 0 ? x : 0 (MAXPS returns its second operand for NaN), then
-    // its truncation below the limit and the last cell from there on.
-    const __m256 y = _mm256_max_ps(_mm256_mul_ps(_mm256_sub_ps(v, first), scale), zero);
-    const __m256 inRange = _mm256_cmp_ps(y, limit, _CMP_LT_OQ);
-    const __m256i cell =
-        _mm256_blendv_epi8(lastCell, _mm256_cvttps_epi32(y), _mm256_castps_si256(inRange));
+    const __m256i cell = CellsAvx2(v, first, scale, limit, lastCell);
     const __m256i colour = _mm256_i32gather_epi32(cellWords, cell, 4);
     const __m256 inside =
         _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_GE_OQ), _mm256_cmp_ps(v, toV, _CMP_LE_OQ));
@@ -573,7 +619,9 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
   const Counts counts = tbb::parallel_reduce(
       tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
       [&](const tbb::blocked_range<int>& range, Counts part) {
-        Counts tally(kTallies * runCount, 0);
+        // Each tally has one slot past the runs, where the vector loop counts uncounted values.
+        const size_t stride = runCount + 1;
+        Counts tally(kTallies * stride, 0);
         uint32_t* const lanes = tally.data();
         const auto lookup = index.view();
         const T from = lowest;
@@ -581,16 +629,34 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
         int32_t cells[kRunBlock];
         for (int block = range.begin(); block < range.end(); block += kRunBlock) {
           const int count = std::min(kRunBlock, range.end() - block);
-          lookup.CellsOf(data + block, count, from, to, cells);
-          for (int k = 0; k < count; ++k) {
+          const T* const values = data + block;
+          int k = 0;
+#if KIVLUT_HAS_AVX2_PATHS
+          if constexpr (std::is_same_v<T, float>) {
+            if (RunsAvx2()) {
+              // Branch-free runs of all whole groups of eight: values outside [from, to] are
+              // common with given bounds and would make a test per pixel unpredictable.
+              int32_t* const runOf = cells;
+              HistogramRunsAvx2(values, count, lookup, from, to, static_cast<int32_t>(runCount),
+                                runOf);
+              for (const int whole = count / 8 * 8; k < whole; ++k) {
+                int32_t run = runOf[k];
+                if (run < 0) run = lookup.RunOf(values[k]);
+                ++lanes[static_cast<size_t>(k % kTallies) * stride + static_cast<size_t>(run)];
+              }
+            }
+          }
+#endif
+          lookup.CellsOf(values + k, count - k, from, to, cells + k);
+          for (; k < count; ++k) {
             if (cells[k] >= 0) {
-              ++lanes[static_cast<size_t>(k % kTallies) * runCount +
-                      static_cast<size_t>(lookup.RunIn(data[block + k], cells[k]))];
+              ++lanes[static_cast<size_t>(k % kTallies) * stride +
+                      static_cast<size_t>(lookup.RunIn(values[k], cells[k]))];
             }
           }
         }
         for (size_t j = 0; j < runCount; ++j) {
-          for (size_t lane = 0; lane < kTallies; ++lane) part[j] += tally[lane * runCount + j];
+          for (size_t lane = 0; lane < kTallies; ++lane) part[j] += tally[lane * stride + j];
         }
         return part;
       },
