@@ -463,7 +463,7 @@ inline constexpr bool kHasValueRuns = std::is_same_v<T, float> || std::is_same_v
 // Cells per run table: enough that few cells hold more than one run start, few enough that the
 // table stays in the nearest caches. Histogram bins are evenly spaced, eight cells a bin keep
 // their starts apart; slots crowd where the pixels do, and want finer cells.
-constexpr int kHistogramCells = 8 * kHistogramBins;
+constexpr int kHistogramCells = 2 * kHistogramBins;
 int ColourCells(int n) { return std::clamp(n / 64, 1024, 8192); }
 
 // The codes of the finite values, -max .. max, and one past them (+infinity).
