@@ -407,14 +407,22 @@ class RunIndex {
 
     int RunOf(T v) const { return RunIn(v, Cell(v)); }
 
-    // Each cell's threshold and first run, for gathers that step kEntryBytes a cell; a crowded
-    // cell's first run reads as negative.
+    // The run of the first value of an uncrowded cell c, and where the next run starts in it.
+    int FirstRunIn(int c) const {
+      return static_cast<int>(static_cast<const Entry*>(cells)[c].first);
+    }
+    Calc ThresholdIn(int c) const { return static_cast<const Entry*>(cells)[c].threshold; }
+
+    // Each cell's threshold, for gathers that step kEntryBytes a cell.
     static constexpr int kEntryBytes = sizeof(Entry);
     const Calc* thresholds() const { return &static_cast<const Entry*>(cells)->threshold; }
-    const int32_t* firstRuns() const {
-      return reinterpret_cast<const int32_t*>(&static_cast<const Entry*>(cells)->first);
-    }
   };
+
+  // Whether some cell holds more than one run start.
+  bool HasCrowdedCells() const {
+    return std::any_of(cell_.begin(), cell_.end(),
+                       [](const Entry& e) { return (e.first & kCrowded) != 0; });
+  }
 
   // The cells alone, without runs: View::Cell works, nothing else does.
   static View Grid(T first, T last, int cells) {
@@ -488,14 +496,14 @@ __attribute__((target("avx2"))) inline __m256i CellsAvx2(__m256 v, __m256 first,
   return _mm256_blendv_epi8(lastCell, _mm256_cvttps_epi32(y), _mm256_castps_si256(inRange));
 }
 
-// The histogram runs of values[0..count), eight at a time: RunIn for a value in [from, to] whose
-// cell holds at most one run start, `outside` for the other values (NaN among them), and a
-// negative number for the lanes of crowded cells, which the caller looks up one by one. A last
-// group of fewer than eight is left to the caller too.
-__attribute__((target("avx2"))) void HistogramRunsAvx2(const float* values, int count,
-                                                       const RunIndex<float>::View& lookup,
-                                                       float from, float to, int32_t outside,
-                                                       int32_t* runs) {
+// Where each of values[0..count) falls in a run index without crowded cells, eight at a time:
+// 2 c + 1 for a value in [from, to] at or past the run start inside its cell c, 2 c for one before
+// it (or in a cell where no run starts), 2 cellCount for a value outside (NaN among them). One
+// gather a group: the cell's run follows from the code once the pass is over. A last group of
+// fewer than eight is left to the caller.
+__attribute__((target("avx2"))) void HistogramSidesAvx2(const float* values, int count,
+                                                        const RunIndex<float>::View& lookup,
+                                                        float from, float to, int32_t* codes) {
   constexpr int kStride = RunIndex<float>::View::kEntryBytes;
   const __m256 first = _mm256_set1_ps(lookup.first);
   const __m256 scale = _mm256_set1_ps(lookup.scale);
@@ -503,21 +511,18 @@ __attribute__((target("avx2"))) void HistogramRunsAvx2(const float* values, int 
   const __m256i lastCell = _mm256_set1_epi32(lookup.cellCount - 1);
   const __m256 fromV = _mm256_set1_ps(from);
   const __m256 toV = _mm256_set1_ps(to);
-  const __m256i outsideV = _mm256_set1_epi32(outside);
+  const __m256i outside = _mm256_set1_epi32(2 * lookup.cellCount);
   const float* const thresholds = lookup.thresholds();
-  const int* const firstRuns = reinterpret_cast<const int*>(lookup.firstRuns());
   for (int k = 0; k + 8 <= count; k += 8) {
     const __m256 v = _mm256_loadu_ps(values + k);
     const __m256i cell = CellsAvx2(v, first, scale, limit, lastCell);
     const __m256 threshold = _mm256_i32gather_ps(thresholds, cell, kStride);
-    const __m256i firstRun = _mm256_i32gather_epi32(firstRuns, cell, kStride);
-    // A crowded cell's threshold is +infinity, so its lanes keep their negative first run.
-    const __m256i step = _mm256_castps_si256(_mm256_cmp_ps(v, threshold, _CMP_GE_OQ));
-    const __m256i run = _mm256_sub_epi32(firstRun, step);
+    const __m256i past = _mm256_castps_si256(_mm256_cmp_ps(v, threshold, _CMP_GE_OQ));
+    const __m256i code = _mm256_sub_epi32(_mm256_add_epi32(cell, cell), past);
     const __m256 inside =
         _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_GE_OQ), _mm256_cmp_ps(v, toV, _CMP_LE_OQ));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(runs + k),
-                        _mm256_blendv_epi8(outsideV, run, _mm256_castps_si256(inside)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(codes + k),
+                        _mm256_blendv_epi8(outside, code, _mm256_castps_si256(inside)));
   }
 }
 
@@ -616,11 +621,62 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
   // (with four, a store-to-load round trip every four pixels still bounded the loop).
   constexpr size_t kTallies = 8;
   using Counts = std::vector<uint32_t>;
+  const auto merge = [](Counts a, const Counts& b) {
+    for (size_t j = 0; j < a.size(); ++j) a[j] += b[j];
+    return a;
+  };
+#if KIVLUT_HAS_AVX2_PATHS
+  if constexpr (std::is_same_v<T, float>) {
+    if (RunsAvx2() && !index.HasCrowdedCells()) {
+      // Tallies of cells and sides instead of runs: a branch-free pass with one gather per eight
+      // pixels (values outside [from, to] are common with given bounds and would make a test per
+      // pixel unpredictable), turned into runs once at the end of each piece.
+      const auto lookup = index.view();
+      const int codeCount = 2 * lookup.cellCount + 1;
+      const Counts counts = tbb::parallel_reduce(
+          tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
+          [&](const tbb::blocked_range<int>& range, Counts part) {
+            const size_t stride = static_cast<size_t>(codeCount);
+            Counts tally(kTallies * stride, 0);
+            uint32_t* const lanes = tally.data();
+            int32_t codes[kRunBlock];
+            for (int block = range.begin(); block < range.end(); block += kRunBlock) {
+              const int count = std::min(kRunBlock, range.end() - block);
+              const float* const values = data + block;
+              HistogramSidesAvx2(values, count, lookup, lowest, last, codes);
+              for (int k = count / 8 * 8; k < count; ++k) {
+                const float v = values[k];
+                const int c = lookup.Cell(v);
+                codes[k] = v >= lowest && v <= last ? 2 * c + (v >= lookup.ThresholdIn(c) ? 1 : 0)
+                                                    : codeCount - 1;
+              }
+              for (int k = 0; k < count; ++k) {
+                ++lanes[static_cast<size_t>(k % kTallies) * stride + static_cast<size_t>(codes[k])];
+              }
+            }
+            for (int c = 0; c < lookup.cellCount; ++c) {
+              uint32_t before = 0, past = 0;
+              for (size_t lane = 0; lane < kTallies; ++lane) {
+                before += tally[lane * stride + 2 * static_cast<size_t>(c)];
+                past += tally[lane * stride + 2 * static_cast<size_t>(c) + 1];
+              }
+              const size_t run = static_cast<size_t>(lookup.FirstRunIn(c));
+              part[run] += before;
+              if (past != 0) part[run + 1] += past;
+            }
+            return part;
+          },
+          merge, tbb::auto_partitioner());
+      histogram.assign(kHistogramBins, 0);
+      for (size_t j = 0; j < runCount; ++j) histogram[runs.result[j]] += counts[j];
+      return true;
+    }
+  }
+#endif
   const Counts counts = tbb::parallel_reduce(
       tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
       [&](const tbb::blocked_range<int>& range, Counts part) {
-        // Each tally has one slot past the runs, where the vector loop counts uncounted values.
-        const size_t stride = runCount + 1;
+        const size_t stride = runCount;
         Counts tally(kTallies * stride, 0);
         uint32_t* const lanes = tally.data();
         const auto lookup = index.view();
@@ -630,25 +686,8 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
         for (int block = range.begin(); block < range.end(); block += kRunBlock) {
           const int count = std::min(kRunBlock, range.end() - block);
           const T* const values = data + block;
-          int k = 0;
-#if KIVLUT_HAS_AVX2_PATHS
-          if constexpr (std::is_same_v<T, float>) {
-            if (RunsAvx2()) {
-              // Branch-free runs of all whole groups of eight: values outside [from, to] are
-              // common with given bounds and would make a test per pixel unpredictable.
-              int32_t* const runOf = cells;
-              HistogramRunsAvx2(values, count, lookup, from, to, static_cast<int32_t>(runCount),
-                                runOf);
-              for (const int whole = count / 8 * 8; k < whole; ++k) {
-                int32_t run = runOf[k];
-                if (run < 0) run = lookup.RunOf(values[k]);
-                ++lanes[static_cast<size_t>(k % kTallies) * stride + static_cast<size_t>(run)];
-              }
-            }
-          }
-#endif
-          lookup.CellsOf(values + k, count - k, from, to, cells + k);
-          for (; k < count; ++k) {
+          lookup.CellsOf(values, count, from, to, cells);
+          for (int k = 0; k < count; ++k) {
             if (cells[k] >= 0) {
               ++lanes[static_cast<size_t>(k % kTallies) * stride +
                       static_cast<size_t>(lookup.RunIn(values[k], cells[k]))];
@@ -660,11 +699,7 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
         }
         return part;
       },
-      [](Counts a, const Counts& b) {
-        for (size_t j = 0; j < a.size(); ++j) a[j] += b[j];
-        return a;
-      },
-      tbb::auto_partitioner());
+      merge, tbb::auto_partitioner());
   histogram.assign(kHistogramBins, 0);
   for (size_t j = 0; j < runCount; ++j) histogram[runs.result[j]] += counts[j];
   return true;
