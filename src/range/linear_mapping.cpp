@@ -233,7 +233,12 @@ __attribute__((target("avx2"))) void ColourBlockBySlotsAvx2(const float* values,
   const __m256i above = _mm256_set1_epi32(LinearSlots::kAbove);
   const __m256i invalid = _mm256_set1_epi32(LinearSlots::kInvalid);
   const __m256i splitBit = _mm256_set1_epi32(static_cast<int>(LinearSlots::kSplitBit));
+  const __m256i splitNumber = _mm256_set1_epi32(0xFFFF);
   const int* const words = reinterpret_cast<const int*>(slots.slots.data());
+  // A split is three 4-byte words: threshold, lower colour, upper colour.
+  static_assert(sizeof(LinearSlots::Split) == 12);
+  const float* const splitWords = &slots.splits[0].threshold;
+  const int* const splitInts = reinterpret_cast<const int*>(slots.splits.data());
   int k = 0;
   for (; k + 8 <= count; k += 8) {
     const __m256 v = _mm256_loadu_ps(values + k);
@@ -246,16 +251,24 @@ __attribute__((target("avx2"))) void ColourBlockBySlotsAvx2(const float* values,
                                         : _mm256_and_ps(_mm256_cmp_ps(v, lowest, _CMP_GT_OQ),
                                                         _mm256_cmp_ps(v, highest, _CMP_LE_OQ));
     index = _mm256_blendv_epi8(invalid, index, _mm256_castps_si256(valid));
-    const __m256i word = _mm256_i32gather_epi32(words, index, 4);
-    StoreEightColoursAvx2(word, out + 3 * static_cast<size_t>(k));
-    // Slots that a threshold splits: rare, one by one over the bytes just written.
-    const int split = _mm256_movemask_ps(
-        _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_and_si256(word, splitBit), splitBit)));
-    for (unsigned lanes = static_cast<unsigned>(split); lanes != 0; lanes &= lanes - 1) {
-      const int j = k + __builtin_ctz(lanes);
-      ColourBlockBySlotsBaseline(values + j, 1, slots, out + 3 * static_cast<size_t>(j),
-                                 onlyNanInvalid);
+    __m256i word = _mm256_i32gather_epi32(words, index, 4);
+    // Slots that a threshold splits are few: their lanes read their split's threshold and two
+    // colours, as LinearSlotColour does, only in the groups that have one.
+    const __m256i splitLanes = _mm256_cmpeq_epi32(_mm256_and_si256(word, splitBit), splitBit);
+    if (!_mm256_testz_si256(splitLanes, splitLanes)) {
+      const __m256i number = _mm256_and_si256(word, splitNumber);
+      const __m256i at = _mm256_add_epi32(number, _mm256_add_epi32(number, number));
+      const __m256 threshold = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), splitWords, at,
+                                                        _mm256_castsi256_ps(splitLanes), 4);
+      const __m256i lower =
+          _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), splitInts + 1, at, splitLanes, 4);
+      const __m256i upper =
+          _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), splitInts + 2, at, splitLanes, 4);
+      const __m256 past = _mm256_cmp_ps(v, threshold, _CMP_GE_OQ);
+      const __m256i resolved = _mm256_blendv_epi8(lower, upper, _mm256_castps_si256(past));
+      word = _mm256_blendv_epi8(word, resolved, splitLanes);
     }
+    StoreEightColoursAvx2(word, out + 3 * static_cast<size_t>(k));
   }
   ColourBlockBySlotsBaseline(values + k, count - k, slots, out + 3 * static_cast<size_t>(k),
                              onlyNanInvalid);

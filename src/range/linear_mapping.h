@@ -78,7 +78,7 @@ inline const ColourEntry& LinearColour(T v, float lo, float hi, const ColourTabl
 // one distinct threshold gives every value in it one of two entries, chosen by one comparison.
 // The thresholds are found with LinearEntry itself, so the lookup equals it bit for bit.
 struct LinearSlots {
-  static constexpr int kCount = 16384;
+  static constexpr int kCount = 32768;
   // Three more slots with a single colour each, so that every pixel is one lookup.
   static constexpr int kBelow = kCount;
   static constexpr int kAbove = kCount + 1;
