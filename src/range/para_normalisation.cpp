@@ -56,21 +56,28 @@ class RescalingExtremesBody {
 ParaRescaling FindRescaling(const float* data, int n, RescaledElements which) {
   if (n <= 0) return {};
   RescalingExtremesBody body(data, which);
-  tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), body, tbb::auto_partitioner());
+  if (n < kParaParallelFrom) {
+    body(tbb::blocked_range<int>(0, n));
+  } else {
+    tbb::parallel_reduce(tbb::blocked_range<int>(0, n, GrainSize(n)), body,
+                         tbb::auto_partitioner());
+  }
   if (!body.found) return {};
   return RescalingBetween(body.minimum, body.maximum);
 }
 
 void ApplyRescaling(float* data, int n, const ParaRescaling& r, RescaledElements which) {
   if (!r.applied || n <= 0) return;
-  tbb::parallel_for(
-      tbb::blocked_range<int>(0, n, GrainSize(n)),
-      [data, &r, which](const tbb::blocked_range<int>& range) {
-        for (int i = range.begin(); i != range.end(); ++i) {
-          if (IsMeasured(data[i], which)) data[i] = RescaledValue(data[i], r);
-        }
-      },
-      tbb::auto_partitioner());
+  const auto rescale = [data, &r, which](const tbb::blocked_range<int>& range) {
+    for (int i = range.begin(); i != range.end(); ++i) {
+      if (IsMeasured(data[i], which)) data[i] = RescaledValue(data[i], r);
+    }
+  };
+  if (n < kParaParallelFrom) {
+    rescale(tbb::blocked_range<int>(0, n));
+    return;
+  }
+  tbb::parallel_for(tbb::blocked_range<int>(0, n, GrainSize(n)), rescale, tbb::auto_partitioner());
 }
 
 ParaTotals TotalsOfRange(const float* data, int begin, int end) {
@@ -105,6 +112,7 @@ ParaTotals FindParaTotals(const float* data, int n) {
   ParaTotals total;
   if (n <= 0) return total;
   ThrowIfInjected(FaultStage::kStatistics);
+  if (n < kParaParallelFrom) return TotalsOfRange(data, 0, n);
   const int blockCount = (n - 1) / kParaReductionBlock + 1;
   // Each block writes its own slot, so the workers share nothing they change.
   std::vector<ParaTotals> blocks(static_cast<size_t>(blockCount));

@@ -82,6 +82,10 @@ inline double MoveOutOfDomain(double w, const ParaRescaling& r) {
 // The extremes of the measured elements among n, and the rescaling between them.
 ParaRescaling FindRescaling(const float* data, int n, RescaledElements which);
 
+// Below this many elements the five-point passes run on the calling thread: waking the workers
+// costs more than they save, and no result depends on how the elements are split.
+inline constexpr int kParaParallelFrom = 1 << 16;
+
 // Rewrites the measured elements in place; nothing when the rescaling is not applied.
 void ApplyRescaling(float* data, int n, const ParaRescaling& r, RescaledElements which);
 

@@ -20,6 +20,7 @@
 
 #include "Kiv3DDataConvert.h"
 #include "KivLUTSetting.h"
+#include "common/cpu_features.h"
 #include "common/fault_injection.h"
 #include "frame/end_messages.h"
 #include "range/five_point_scale.h"
@@ -50,6 +51,7 @@ constexpr float kMarker = -FLT_MAX;
 constexpr float kFloatNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kFloatInf = std::numeric_limits<float>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
 
 const KivColor kUnder(10, 20, 30);
 const KivColor kOver(200, 210, 220);
@@ -522,6 +524,63 @@ TEST(FivePointScale, ColouringInParallelMatchesTheFormula) {
     const uint8_t* got = out.data() + 3 * k;
     const uint8_t* want = expected != nullptr ? expected->data() : before.data() + 3 * k;
     ASSERT_TRUE(std::equal(got, got + 3, want)) << "element " << k << " value " << values[k];
+  }
+}
+
+TEST(FivePointScale, VectorColouringMatchesTheFormulaOnHostileValues) {
+  // Values at, beside and between the break values, markers, NaN, infinities, denormals and
+  // random bits, through ordered, collapsed and non-finite scales, at lengths around the groups
+  // of eight, with the vector loop and without it.
+  std::mt19937 random(97);
+  const std::vector<std::pair<Values, Indices>> scales = {
+      {{-1.0, -0.5, 0.0, 0.5, 1.0}, {0, 127, 511, 895, 1023}},
+      {{-1.0, -1.0, 0.0, 0.0, 1.0}, {0, 0, 512, 512, 1023}},
+      {{0.0, 0.0, 0.0, 0.0, 0.0}, {3, 4, 5, 6, 7}},
+      {{-1.0, kNaN, 0.0, kNaN, 1.0}, {0, 100, 200, 300, 1023}},
+      {{-kInf, -0.5, 0.0, 0.5, kInf}, {0, 1, 2, 1000, 1023}},
+      {{-1e-300, -1e-310, 0.0, 1e-310, 1e-300}, {0, 255, 511, 767, 1023}},
+      {{1.0, 0.5, 0.0, -0.5, -1.0}, {0, 127, 511, 895, 1023}}};
+  std::vector<float> pool = {kMarker, kFloatNaN, -kFloatNaN, kFloatInf, -kFloatInf,   0.0f, -0.0f,
+                             1e-45f,  -1e-45f,   FLT_MIN,    FLT_MAX,   -FLT_MAX / 2, 3e38f};
+  for (const auto& [d, idx] : scales) {
+    for (double b : d) {
+      const float f = static_cast<float>(b);
+      pool.insert(pool.end(), {f, std::nextafter(f, kFloatInf), std::nextafter(f, -kFloatInf)});
+    }
+  }
+  std::uniform_real_distribution<float> inside(-1.2f, 1.2f);
+  for (const auto& [d, idx] : scales) {
+    const FivePointScale s = TestScale(d, idx);
+    for (const int n : {1, 7, 8, 9, 255, 256, 257, 1001, 4099}) {
+      std::vector<float> values(static_cast<size_t>(n));
+      for (float& v : values) {
+        const uint32_t pick = random() % 8;
+        if (pick < 3) {
+          v = pool[random() % pool.size()];
+        } else if (pick == 3) {
+          const uint32_t bits = static_cast<uint32_t>(random());
+          std::memcpy(&v, &bits, sizeof v);
+        } else {
+          v = inside(random);
+        }
+      }
+      for (const bool baseline : {false, true}) {
+        Avx2DisabledForTesting() = baseline;
+        const Bytes before = Pattern(n);
+        Bytes out = before;
+        ColourFivePoint(values.data(), n, s, out.data());
+        Avx2DisabledForTesting() = false;
+        for (size_t k = 0; k < values.size(); ++k) {
+          const ColourEntry* expected = FivePointColour(values[k], s);
+          const uint8_t* got = out.data() + 3 * k;
+          const uint8_t* want = expected != nullptr ? expected->data() : before.data() + 3 * k;
+          ASSERT_TRUE(std::equal(got, got + 3, want))
+              << (baseline ? "baseline" : "dispatched") << " n " << n << " element " << k
+              << " value " << values[k] << " scale " << d[0] << " " << d[1] << " " << d[2] << " "
+              << d[3] << " " << d[4];
+        }
+      }
+    }
   }
 }
 
