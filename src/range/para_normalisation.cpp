@@ -11,6 +11,7 @@
 #include "Kiv3DArray.h"
 #include "common/fault_injection.h"
 #include "common/load_time_config.h"
+#include "range/statistics.h"
 
 namespace KIVMV {
 namespace {
@@ -26,15 +27,17 @@ class RescalingExtremesBody {
   RescalingExtremesBody(RescalingExtremesBody& other, tbb::split)
       : data_(other.data_), which_(other.which_) {}
 
+  // Comparisons only: a NaN is never below or above anything and so never becomes an extreme.
+  // Lanes that vectorise, merged as one element at a time would merge them; an element other
+  // than NaN moves both extremes past each other's start, so they no longer cross.
   void operator()(const tbb::blocked_range<int>& range) {
-    for (int i = range.begin(); i != range.end(); ++i) {
-      const float v = data_[i];
-      if (!IsMeasured(v, which_)) continue;
-      // Comparisons only: a NaN is never below or above anything and so never becomes an extreme.
-      if (v < minimum) minimum = v;
-      if (v > maximum) maximum = v;
-      if (!std::isnan(v)) found = true;
-    }
+    const float* data = data_;
+    const RescaledElements which = which_;
+    MergeFloatExtremes(
+        static_cast<size_t>(range.begin()), static_cast<size_t>(range.end()),
+        [data](size_t i) { return data[i]; },
+        [which](float v) { return v == v && IsMeasured(v, which); }, minimum, maximum);
+    found = minimum <= maximum;
   }
   void join(const RescalingExtremesBody& right) {
     if (right.minimum < minimum) minimum = right.minimum;
@@ -68,9 +71,12 @@ ParaRescaling FindRescaling(const float* data, int n, RescaledElements which) {
 
 void ApplyRescaling(float* data, int n, const ParaRescaling& r, RescaledElements which) {
   if (!r.applied || n <= 0) return;
-  const auto rescale = [data, &r, which](const tbb::blocked_range<int>& range) {
+  const auto rescale = [data, r, which](const tbb::blocked_range<int>& range) {
+    // Every element is stored, unmeasured ones as they were, so that the loop vectorises.
     for (int i = range.begin(); i != range.end(); ++i) {
-      if (IsMeasured(data[i], which)) data[i] = RescaledValue(data[i], r);
+      const float v = data[i];
+      const float rescaled = RescaledValue(v, r);
+      data[i] = IsMeasured(v, which) ? rescaled : v;
     }
   };
   if (n < kParaParallelFrom) {
@@ -82,20 +88,32 @@ void ApplyRescaling(float* data, int n, const ParaRescaling& r, RescaledElements
 
 ParaTotals TotalsOfRange(const float* data, int begin, int end) {
   ParaTotals totals;
+  // No branch on the sign, since normalised heights change sign all over a frame: each square is
+  // multiplied by 1 or 0, and an element that adds nothing to a sum adds +0.0, which leaves it as
+  // it is (the sums start at +0 and only grow), so the additions happen in index order with the
+  // same bits. Invalid elements are rare, and skipped.
+  double minimum = totals.minimum, maximum = totals.maximum;
+  double positiveSquares = 0.0, negativeSquares = 0.0;
+  int64_t positiveCount = 0, negativeCount = 0;
   for (int i = begin; i < end; ++i) {
     const float v = data[i];
     if (!IsParaValid(v)) continue;
     const double x = static_cast<double>(v);
-    if (x < totals.minimum) totals.minimum = x;
-    if (x > totals.maximum) totals.maximum = x;
-    if (x > 0.0) {
-      totals.positiveSquares += x * x;
-      ++totals.positiveCount;
-    } else if (x < 0.0) {
-      totals.negativeSquares += x * x;
-      ++totals.negativeCount;
-    }
+    const double square = x * x;
+    const int positive = x > 0.0, negative = x < 0.0;
+    minimum = x < minimum ? x : minimum;
+    maximum = x > maximum ? x : maximum;
+    positiveSquares += square * static_cast<double>(positive);
+    negativeSquares += square * static_cast<double>(negative);
+    positiveCount += positive;
+    negativeCount += negative;
   }
+  totals.minimum = minimum;
+  totals.maximum = maximum;
+  totals.positiveSquares = positiveSquares;
+  totals.negativeSquares = negativeSquares;
+  totals.positiveCount = positiveCount;
+  totals.negativeCount = negativeCount;
   return totals;
 }
 

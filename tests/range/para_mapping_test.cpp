@@ -421,6 +421,56 @@ TEST(ParaNormalisation, RangeFormMeasuresEverythingButTheMarker) {
   EXPECT_FALSE(FindRescaling(one.data(), 3, RescaledElements::kAllButMarker).applied);
 }
 
+TEST(ParaNormalisation, ExtremesEqualTheOneAtATimeLoop) {
+  // Hostile arrays, short and long enough to be split among the workers: the extremes (the sign
+  // of a zero extreme included) and whether a rescaling applies are those of a plain loop.
+  std::mt19937_64 random(83);
+  const float pool[] = {kMarker, kFloatNaN, kFloatInf, -kFloatInf, 0.0f,     -0.0f,
+                        1e-45f,  -1e-45f,   FLT_MAX,   FLT_MIN,    -3.0e38f, 2.5f};
+  std::uniform_real_distribution<float> value(-2.0f, 2.0f);
+  for (const int n : {1, 2, 7, 9, 100, 1001, 70001}) {
+    for (const int mix : {0, 1, 2, 3}) {
+      std::vector<float> data(static_cast<size_t>(n));
+      for (float& v : data) {
+        const uint64_t pick = random() % 10;
+        // mix 0: mostly ordinary values; 1: mostly special ones; 2: zeros and markers only;
+        // 3: random bits.
+        if (mix == 2) {
+          v = pool[random() % 6 == 0 ? 0 : 4 + random() % 2];
+        } else if (mix == 3) {
+          const uint32_t bits = static_cast<uint32_t>(random());
+          std::memcpy(&v, &bits, sizeof v);
+        } else {
+          v = (mix == 0 ? pick < 2 : pick < 8) ? pool[random() % std::size(pool)] : value(random);
+        }
+      }
+      for (const RescaledElements which :
+           {RescaledElements::kAllButMarker, RescaledElements::kValidMeasurements}) {
+        float minimum = FLT_MAX, maximum = -FLT_MAX;
+        bool found = false;
+        for (const float v : data) {
+          const bool measured = which == RescaledElements::kAllButMarker
+                                    ? v != kMarker
+                                    : v != kMarker && std::isfinite(v);
+          if (!measured) continue;
+          if (v < minimum) minimum = v;
+          if (v > maximum) maximum = v;
+          if (!std::isnan(v)) found = true;
+        }
+        const ParaRescaling got = FindRescaling(data.data(), n, which);
+        const ParaRescaling want = found ? RescalingBetween(minimum, maximum) : ParaRescaling{};
+        SCOPED_TRACE(testing::Message()
+                     << "n " << n << " mix " << mix << " which " << static_cast<int>(which));
+        EXPECT_EQ(std::signbit(got.minimum), std::signbit(want.minimum));
+        EXPECT_EQ(std::signbit(got.maximum), std::signbit(want.maximum));
+        EXPECT_EQ(got.minimum, want.minimum);
+        EXPECT_EQ(got.maximum, want.maximum);
+        EXPECT_EQ(got.applied, want.applied);
+      }
+    }
+  }
+}
+
 TEST(FivePointScale, EntryStepsBackOneAndStopsAtZero) {
   EXPECT_EQ(FivePointEntry(0, 0), 0);
   EXPECT_EQ(FivePointEntry(1, 0), 0);
