@@ -638,7 +638,9 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
           [&](const tbb::blocked_range<int>& range, Counts part) {
             const size_t stride = static_cast<size_t>(codeCount);
             Counts tally(kTallies * stride, 0);
-            uint32_t* const lanes = tally.data();
+            uint32_t* lanes[kTallies];
+            for (size_t lane = 0; lane < kTallies; ++lane)
+              lanes[lane] = tally.data() + lane * stride;
             int32_t codes[kRunBlock];
             for (int block = range.begin(); block < range.end(); block += kRunBlock) {
               const int count = std::min(kRunBlock, range.end() - block);
@@ -650,9 +652,11 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
                 codes[k] = v >= lowest && v <= last ? 2 * c + (v >= lookup.ThresholdIn(c) ? 1 : 0)
                                                     : codeCount - 1;
               }
-              for (int k = 0; k < count; ++k) {
-                ++lanes[static_cast<size_t>(k % kTallies) * stride + static_cast<size_t>(codes[k])];
+              int k = 0;
+              for (; k + static_cast<int>(kTallies) <= count; k += kTallies) {
+                for (size_t lane = 0; lane < kTallies; ++lane) ++lanes[lane][codes[k + lane]];
               }
+              for (; k < count; ++k) ++lanes[k % kTallies][codes[k]];
             }
             for (int c = 0; c < lookup.cellCount; ++c) {
               uint32_t before = 0, past = 0;

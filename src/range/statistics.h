@@ -21,6 +21,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "common/cpu_features.h"
 #include "common/load_time_config.h"
 #include "common/numeric_helpers.h"
 #include "common/pixel_rules.h"
@@ -280,14 +281,13 @@ ValueStatistics<T> FindValueStatistics(const T* data, int n) {
   return {body.minimum, body.maximum, body.count};
 }
 
-// FindValueStatistics for float and double pixels, on the bits. For these types a pixel is valid
-// exactly when it is finite and not the marker -max (no other value lies within 1e-8 of it), and
-// the order of valid values is that of their sign-magnitude bits read as ordered integers, so the
-// loop has no branch and no floating-point comparison and the compiler can vectorise it. Which of
-// two equal extremes is kept can differ from the first-seen rule only for a zero's sign, which no
-// colouring step can tell apart (and which the split of the work decides anyway).
+// The valid float or double pixels as ordered integer codes: the least and greatest code and how
+// many there are, over data[begin..end) merged into a running partial. For these types a pixel is
+// valid exactly when it is finite and not the marker -max (no other value lies within 1e-8 of
+// it), and the order of valid values is that of their sign-magnitude bits read as ordered
+// integers, so the loop has no branch and no floating-point comparison and vectorises.
 template <typename T>
-ValueStatistics<T> FindFloatingValueStatistics(const T* data, int n) {
+struct FloatingCodes {
   static_assert(std::is_same_v<T, float> || std::is_same_v<T, double>);
   using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
   using Code = std::conditional_t<sizeof(T) == 4, int32_t, int64_t>;
@@ -295,44 +295,78 @@ ValueStatistics<T> FindFloatingValueStatistics(const T* data, int n) {
   static constexpr Bits kMagnitude = kSign - 1;
   static constexpr Bits kInfinity =
       static_cast<Bits>(sizeof(T) == 4 ? uint64_t{0x7F800000} : uint64_t{0x7FF0000000000000});
-  const Bits markerBits = [] {
-    const T marker = PixelTraits<T>::kMarker;
-    Bits bits;
-    std::memcpy(&bits, &marker, sizeof bits);
-    return bits;
-  }();
+
   struct Partial {
     Code lowest = std::numeric_limits<Code>::max();
     Code highest = std::numeric_limits<Code>::min();
     uint32_t count = 0;
   };
+
+  static Bits MarkerBits() {
+    const T marker = PixelTraits<T>::kMarker;
+    Bits bits;
+    std::memcpy(&bits, &marker, sizeof bits);
+    return bits;
+  }
+
+  __attribute__((always_inline)) static inline void Scan(const T* data, int begin, int end,
+                                                         Partial& part) {
+    const Bits markerBits = MarkerBits();
+    Code lowest = part.lowest;
+    Code highest = part.highest;
+    Bits count = 0;
+    // Masks rather than conditions, so that the loop vectorises.
+    for (int i = begin; i != end; ++i) {
+      Bits bits;
+      std::memcpy(&bits, data + i, sizeof bits);
+      const Bits valid = static_cast<Bits>((bits & kMagnitude) < kInfinity) &
+                         static_cast<Bits>(bits != markerBits);
+      // Negative values flip their magnitude bits so that integer order is value order.
+      const Bits negative = Bits{0} - (bits >> (8 * sizeof(T) - 1));
+      const Code code = static_cast<Code>(bits ^ (negative & kMagnitude));
+      const Code keep = static_cast<Code>(Bits{0} - valid);
+      const Code low = (code & keep) | (std::numeric_limits<Code>::max() & ~keep);
+      const Code high = (code & keep) | (std::numeric_limits<Code>::min() & ~keep);
+      lowest = low < lowest ? low : lowest;
+      highest = high > highest ? high : highest;
+      count += valid;
+    }
+    part.lowest = lowest;
+    part.highest = highest;
+    part.count += static_cast<uint32_t>(count);
+  }
+
+  static T Decode(Code code) {
+    Bits bits = static_cast<Bits>(code);
+    bits ^= (bits & kSign) ? kMagnitude : Bits{0};
+    T value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+  }
+};
+
+// The same scan compiled for AVX2: twice the lanes of the baseline, the same integer operations.
+void ScanFloatCodesAvx2(const float* data, int begin, int end, FloatingCodes<float>::Partial& part);
+
+// FindValueStatistics for float and double pixels, on the bits. Which of two equal extremes is
+// kept can differ from the first-seen rule only for a zero's sign, which no colouring step can
+// tell apart (and which the split of the work decides anyway).
+template <typename T>
+ValueStatistics<T> FindFloatingValueStatistics(const T* data, int n) {
+  using Codes = FloatingCodes<T>;
+  using Partial = typename Codes::Partial;
   const Partial total = tbb::parallel_reduce(
       // Pieces of at most 64K pixels: the extremes and the count do not depend on the split, and
       // small pieces let an idle worker take over from a descheduled one.
       tbb::blocked_range<int>(0, n, std::min(GrainSize(n), 1 << 16)), Partial{},
-      [data, markerBits](const tbb::blocked_range<int>& range, Partial part) {
-        Code lowest = part.lowest;
-        Code highest = part.highest;
-        Bits count = 0;
-        // Masks rather than conditions, so that the loop vectorises.
-        for (int i = range.begin(); i != range.end(); ++i) {
-          Bits bits;
-          std::memcpy(&bits, data + i, sizeof bits);
-          const Bits valid = static_cast<Bits>((bits & kMagnitude) < kInfinity) &
-                             static_cast<Bits>(bits != markerBits);
-          // Negative values flip their magnitude bits so that integer order is value order.
-          const Bits negative = Bits{0} - (bits >> (8 * sizeof(T) - 1));
-          const Code code = static_cast<Code>(bits ^ (negative & kMagnitude));
-          const Code keep = static_cast<Code>(Bits{0} - valid);
-          const Code low = (code & keep) | (std::numeric_limits<Code>::max() & ~keep);
-          const Code high = (code & keep) | (std::numeric_limits<Code>::min() & ~keep);
-          lowest = low < lowest ? low : lowest;
-          highest = high > highest ? high : highest;
-          count += valid;
+      [data](const tbb::blocked_range<int>& range, Partial part) {
+        if constexpr (std::is_same_v<T, float>) {
+          if (RunsAvx2()) {
+            ScanFloatCodesAvx2(data, range.begin(), range.end(), part);
+            return part;
+          }
         }
-        part.lowest = lowest;
-        part.highest = highest;
-        part.count += static_cast<uint32_t>(count);
+        Codes::Scan(data, range.begin(), range.end(), part);
         return part;
       },
       [](Partial a, const Partial& b) {
@@ -343,14 +377,7 @@ ValueStatistics<T> FindFloatingValueStatistics(const T* data, int n) {
       },
       tbb::auto_partitioner());
   if (total.count == 0) return {PixelTraits<T>::kInitialMin, PixelTraits<T>::kInitialMax, 0};
-  auto decode = [](Code code) {
-    Bits bits = static_cast<Bits>(code);
-    bits ^= (bits & kSign) ? kMagnitude : Bits{0};
-    T value;
-    std::memcpy(&value, &bits, sizeof value);
-    return value;
-  };
-  return {decode(total.lowest), decode(total.highest), total.count};
+  return {Codes::Decode(total.lowest), Codes::Decode(total.highest), total.count};
 }
 
 // Minimum and maximum of the valid pixels among n.
