@@ -553,14 +553,15 @@ std::vector<uint32_t> ColourWordsOfCells(const RunIndex<float>::View& grid,
 }
 
 // Colours of values[0..count) as 3-byte colours from `out`, eight at a time: from the cell tables
-// inside [from, to], `below` for valid values under it, `above` over it. The lanes that the scalar
-// loop must colour (cells where a run starts, invalid values) are left unwritten and marked in
-// scalarLanes, one bit per lane and one byte per group of eight; a last group of fewer than eight
-// is not touched at all. Exactly 24 bytes are stored per group.
+// inside [from, to], `below` for valid values under it, `above` over it, `invalid` for the rest
+// (NaN, infinities, the marker). The lanes that the scalar loop must colour (cells where a run
+// starts) hold a placeholder and are marked in scalarLanes, one bit per lane and one byte per
+// group of eight; a last group of fewer than eight is not touched at all. Exactly 24 bytes are
+// stored per group.
 __attribute__((target("avx2"))) void FloatRunColoursAvx2(
     const float* values, int count, const RunIndex<float>::View& lookup,
     const uint32_t* cellColours, float from, float to, float lowestValid, float highestValid,
-    uint32_t below, uint32_t above, uint8_t* out, uint8_t* scalarLanes) {
+    uint32_t below, uint32_t above, uint32_t invalid, uint8_t* out, uint8_t* scalarLanes) {
   const __m256 first = _mm256_set1_ps(lookup.first);
   const __m256 scale = _mm256_set1_ps(lookup.scale);
   const __m256 limit = _mm256_set1_ps(lookup.cellLimit);
@@ -571,6 +572,7 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
   const __m256 highestV = _mm256_set1_ps(highestValid);
   const __m256i belowW = _mm256_set1_epi32(static_cast<int>(below));
   const __m256i aboveW = _mm256_set1_epi32(static_cast<int>(above));
+  const __m256i invalidW = _mm256_set1_epi32(static_cast<int>(invalid));
   const __m256i scalarW = _mm256_set1_epi32(static_cast<int>(kScalarColour));
   const int* const cellWords = reinterpret_cast<const int*>(cellColours);
   for (int k = 0; k + 8 <= count; k += 8) {
@@ -583,7 +585,7 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
         _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_LT_OQ), _mm256_cmp_ps(v, lowestV, _CMP_GE_OQ));
     const __m256 over =
         _mm256_and_ps(_mm256_cmp_ps(v, toV, _CMP_GT_OQ), _mm256_cmp_ps(v, highestV, _CMP_LE_OQ));
-    __m256i word = _mm256_blendv_epi8(scalarW, aboveW, _mm256_castps_si256(over));
+    __m256i word = _mm256_blendv_epi8(invalidW, aboveW, _mm256_castps_si256(over));
     word = _mm256_blendv_epi8(word, belowW, _mm256_castps_si256(under));
     word = _mm256_blendv_epi8(word, colour, _mm256_castps_si256(inside));
     scalarLanes[k / 8] = static_cast<uint8_t>(
@@ -774,6 +776,7 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
       const std::vector<uint32_t> cellColours = ColourWordsOfCells(fine, runs, runColours);
       const uint32_t belowWord = ColourWord32(below);
       const uint32_t aboveWord = ColourWord32(above);
+      const uint32_t invalidWord = ColourWord32(Pad(InvalidOrFirst<float>(s)));
       tbb::parallel_for(
           tbb::blocked_range<int>(0, n, RunPassGrain(n)),
           [&](const tbb::blocked_range<int>& pixels) {
@@ -785,8 +788,8 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
               const float* const values = data + block;
               uint8_t* const colours = out + 3 * static_cast<size_t>(block);
               FloatRunColoursAvx2(values, count, fine, cellColours.data(), lowest, last,
-                                  lowestValid, highestValid, belowWord, aboveWord, colours,
-                                  scalarLanes);
+                                  lowestValid, highestValid, belowWord, aboveWord, invalidWord,
+                                  colours, scalarLanes);
               auto colourOne = [&](int k) {
                 const float v = values[k];
                 const PaddedColour c = v >= lowest && v <= last ? colourOfRun[lookup.RunOf(v)]
