@@ -306,6 +306,33 @@ bool FindValueRuns(typename OrderedCode<T>::Code first, typename OrderedCode<T>:
   }
 }
 
+// The run starts in the order of their cells, for walks over the cells: the cell of each start is
+// computed once, not once per cell it is compared with.
+template <typename T, typename Grid>
+struct CellStarts {
+  CellStarts(const Grid& grid, const std::vector<T>& starts) : grid_(grid), starts_(starts) {
+    Advance();
+  }
+  // Steps past the starts inside cell c (cells must come in ascending order) and returns the
+  // index of the first start beyond them.
+  size_t PassCell(int c) {
+    while (cellOfNext_ == c) {
+      ++index;
+      Advance();
+    }
+    return index;
+  }
+  size_t index = 0;  // of the first start not yet passed
+
+ private:
+  void Advance() {
+    cellOfNext_ = index < starts_.size() ? grid_.Cell(starts_[index]) : grid_.cellCount;
+  }
+  Grid grid_;
+  const std::vector<T>& starts_;
+  int cellOfNext_ = 0;
+};
+
 // The run of a value in [first, end) by a coarse cell and comparisons within it.
 template <typename T>
 class RunIndex {
@@ -332,10 +359,10 @@ class RunIndex {
     cellLimit_ = grid.cellLimit;
     cell_.resize(static_cast<size_t>(cells));
     crowdedCount_.assign(static_cast<size_t>(cells), 0);
-    size_t j = 0;
+    CellStarts<T, View> next(grid, runs.starts);
     for (int c = 0; c < cells; ++c) {
-      const size_t j0 = j;
-      while (j < runs.starts.size() && Cell(runs.starts[j]) == c) ++j;
+      const size_t j0 = next.index;
+      const size_t j = next.PassCell(c);
       Entry& e = cell_[static_cast<size_t>(c)];
       e.first = static_cast<uint32_t>(j0);
       if (j - j0 <= 1) {
@@ -541,12 +568,11 @@ std::vector<uint32_t> ColourWordsOfCells(const RunIndex<float>::View& grid,
                                          const ValueRuns<float>& runs,
                                          const std::vector<PaddedColour>& runColours) {
   std::vector<uint32_t> words(static_cast<size_t>(grid.cellCount));
-  const std::vector<float>& starts = runs.starts;
-  size_t j = 0;
+  CellStarts<float, RunIndex<float>::View> next(grid, runs.starts);
   for (int c = 0; c < grid.cellCount; ++c) {
     // The starts below the cell's values are the j0 before it, so its first value is in run j0.
-    const size_t j0 = j;
-    while (j < starts.size() && grid.Cell(starts[j]) == c) ++j;
+    const size_t j0 = next.index;
+    const size_t j = next.PassCell(c);
     words[static_cast<size_t>(c)] = j > j0 ? kScalarColour : ColourWord32(runColours[j0]);
   }
   return words;
