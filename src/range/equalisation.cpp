@@ -49,8 +49,30 @@ void CompleteEqualisationTable(EqualisationTable& table) {
     table.end[b] = run;
     if (table.weight[b] >= 1) table.nonEmptyBins.push_back(b);
   }
+  // NearestSlotForEmptyBin for every empty bin in two sweeps: its nearest bin with slots is the
+  // closest one below it or the closest one above, and of two equally near the lower one.
+  std::array<int, kHistogramBins> below{};
+  int last = -1;
   for (int b = 0; b < table.binCount; ++b) {
-    table.emptyBinSlot[b] = table.weight[b] == 0 ? NearestSlotForEmptyBin(b, table) : 0;
+    if (table.weight[b] >= 1) last = b;
+    below[b] = last;
+  }
+  int next = -1;
+  for (int b = table.binCount - 1; b >= 0; --b) {
+    if (table.weight[b] >= 1) {
+      next = b;
+      table.emptyBinSlot[b] = 0;
+      continue;
+    }
+    const int lower = below[b];
+    if (lower < 0 && next < 0) {
+      table.emptyBinSlot[b] = NearestSlotForEmptyBin(b, table);  // no bin has slots
+    } else if (next < 0 || (lower >= 0 && b - lower <= next - b)) {
+      table.emptyBinSlot[b] = table.end[lower];  // above its nearest: that bin's last slot
+    } else {
+      const int64_t end = table.end[next];
+      table.emptyBinSlot[b] = end - table.weight[next] + 1;  // below it: its first slot
+    }
   }
 }
 

@@ -604,6 +604,30 @@ TEST(EqualisedMapping, EmptyBinTakesNearestLowerBinOnATie) {
   EXPECT_EQ(EqualisedSlot(2.99, 2, 1.0, 0.0, table), 2);
 }
 
+TEST(EqualisedMapping, EmptyBinSlotsEqualTheNearestSearchForEveryBin) {
+  // Random weight patterns, sparse and dense, none at all and one bin only, for both bin counts:
+  // the slots the table keeps for its empty bins are those the search over its bins finds.
+  std::mt19937_64 random(71);
+  for (int round = 0; round < 400; ++round) {
+    for (const int binCount : {kEqualisedBins, kEqualisedBins + 1}) {
+      EqualisationTable table;
+      table.binCount = binCount;
+      const int kind = round % 4;
+      const uint64_t sparse = kind == 0 ? 0 : kind == 1 ? 2 : kind == 2 ? 30 : 90;
+      for (int b = 0; b < binCount; ++b) {
+        table.weight[b] = random() % 100 < sparse ? static_cast<uint32_t>(1 + random() % 5) : 0;
+      }
+      if (round % 17 == 0) table.weight[random() % binCount] = 7;  // one bin with slots
+      CompleteEqualisationTable(table);
+      for (int b = 0; b < binCount; ++b) {
+        if (table.weight[b] != 0) continue;
+        ASSERT_EQ(table.emptyBinSlot[b], NearestSlotForEmptyBin(b, table))
+            << "round " << round << " bin " << b;
+      }
+    }
+  }
+}
+
 TEST(EqualisedMapping, BinOfAValue) {
   EXPECT_EQ(EqualisedBin(255.0, 1.0, 0.0, 1e-14, 255), 254);  // bin B is pulled back
   EXPECT_EQ(EqualisedBin(10.0, 1.0, 0.0, 0.0, 255), 10);
