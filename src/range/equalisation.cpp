@@ -582,7 +582,9 @@ __attribute__((target("avx2"))) void HistogramSidesAvx2(const float* values, int
 // Marks a colour word that the scalar loop must find: colour words use the low three bytes only.
 constexpr uint32_t kScalarColour = 0x80000000u;
 
-constexpr int kFineColourCells = 1 << 15;
+// Cells of the vector loop: up to 2^15, but not more than an eighth of the pixels, since the
+// table of a small frame costs more to fill than its pixels to colour.
+int FineColourCells(int n) { return std::clamp(n / 8, 1 << 12, 1 << 15); }
 
 inline uint32_t ColourWord32(const PaddedColour& c) { return static_cast<uint32_t>(ColourWord(c)); }
 
@@ -820,7 +822,7 @@ bool ColourByRuns(const T* data, int n, const EqualisedScale& s, const ColourRan
     if (RunsAvx2()) {
       // Finer cells than the scalar loop's: a pixel in a cell where a run starts costs a scalar
       // look-up here, and slots crowd where the pixels do.
-      const RunIndex<float>::View fine = RunIndex<float>::Grid(lowest, last, kFineColourCells);
+      const RunIndex<float>::View fine = RunIndex<float>::Grid(lowest, last, FineColourCells(n));
       const std::vector<uint32_t> cellColours = ColourWordsOfCells(fine, runs, runColours);
       const uint32_t belowWord = ColourWord32(below);
       const uint32_t aboveWord = ColourWord32(above);
