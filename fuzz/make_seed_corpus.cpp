@@ -189,6 +189,29 @@ std::vector<Seed> RangeSeeds() {
     }
   }
 
+  // Frames past the size where the value-run tables and the vector loops take over: the
+  // equalised, linear and five-point colourings of 16-bit, float and double heights.
+  for (const int type : {2, 5, 6}) {
+    RangeInputPlan plan;
+    constexpr int kWidth = 96, kHeight = 64;
+    plan.image = Image(type, kWidth, kHeight);
+    const auto [low, high] = BoundsFor(type);
+    for (const int method : {kColorMapLUT, kColorMapLUTBounds, kColorMapLUTBoundsColours,
+                             kLinearColorMapLUT, kLinearParaImage, kLinearParaArray}) {
+      RangeCallPlan call = Call(method, 1 + (method + type) % 10);
+      call.low = low;
+      call.high = high;
+      call.indexLow = 16;
+      call.indexHigh = 240;
+      call.para = Record(low, high, method != kLinearParaArray);
+      call.array.length = kWidth * kHeight;
+      call.array.values = Ramp(-2.0, 0.125);
+      SprinkleInvalids(call.array.values);
+      plan.calls.push_back(call);
+    }
+    add("type" + std::to_string(type) + "-large-frame", plan);
+  }
+
   // The argument checks, one failing at a time.
   {
     RangeInputPlan plan;
