@@ -3,7 +3,7 @@
 with a target, its nanoseconds per pixel, its ratio to the OpenCV path measured in the same
 process, the target, and whether it holds. Exits with status 1 when a target is missed.
 
-    bench_ratios.py RESULTS.json [--before EARLIER.json] [--markdown]
+    bench_ratios.py RESULTS.json [--before EARLIER.json]
 """
 import argparse
 import json

@@ -537,13 +537,25 @@ typename OrderedCode<T>::Code EndFiniteCode() {
 // RunIndex<float>::View::Cell of eight values: (v - first) * scale, then x > 0 ? x : 0 (MAXPS
 // returns its second operand for NaN), then its truncation below the limit and the last cell from
 // there on.
-__attribute__((target("avx2"))) inline __m256i CellsAvx2(__m256 v, __m256 first, __m256 scale,
-                                                         __m256 limit, __m256i lastCell) {
-  const __m256 y =
-      _mm256_max_ps(_mm256_mul_ps(_mm256_sub_ps(v, first), scale), _mm256_setzero_ps());
-  const __m256 inRange = _mm256_cmp_ps(y, limit, _CMP_LT_OQ);
-  return _mm256_blendv_epi8(lastCell, _mm256_cvttps_epi32(y), _mm256_castps_si256(inRange));
-}
+struct CellGridAvx2 {
+  __attribute__((target("avx2"))) explicit CellGridAvx2(const RunIndex<float>::View& grid)
+      : first(_mm256_set1_ps(grid.first)),
+        scale(_mm256_set1_ps(grid.scale)),
+        limit(_mm256_set1_ps(grid.cellLimit)),
+        lastCell(_mm256_set1_epi32(grid.cellCount - 1)) {}
+
+  __attribute__((target("avx2"))) __m256i CellsOf(__m256 v) const {
+    const __m256 y =
+        _mm256_max_ps(_mm256_mul_ps(_mm256_sub_ps(v, first), scale), _mm256_setzero_ps());
+    const __m256 inRange = _mm256_cmp_ps(y, limit, _CMP_LT_OQ);
+    return _mm256_blendv_epi8(lastCell, _mm256_cvttps_epi32(y), _mm256_castps_si256(inRange));
+  }
+
+  __m256 first;
+  __m256 scale;
+  __m256 limit;
+  __m256i lastCell;
+};
 
 // Where each of values[0..count) falls in a run index without crowded cells, eight at a time:
 // 2 c + 1 for a value in [from, to] at or past the run start inside its cell c, 2 c for one before
@@ -554,17 +566,14 @@ __attribute__((target("avx2"))) void HistogramSidesAvx2(const float* values, int
                                                         const RunIndex<float>::View& lookup,
                                                         float from, float to, int32_t* codes) {
   constexpr int kStride = RunIndex<float>::View::kEntryBytes;
-  const __m256 first = _mm256_set1_ps(lookup.first);
-  const __m256 scale = _mm256_set1_ps(lookup.scale);
-  const __m256 limit = _mm256_set1_ps(lookup.cellLimit);
-  const __m256i lastCell = _mm256_set1_epi32(lookup.cellCount - 1);
+  const CellGridAvx2 grid(lookup);
   const __m256 fromV = _mm256_set1_ps(from);
   const __m256 toV = _mm256_set1_ps(to);
   const __m256i outside = _mm256_set1_epi32(2 * lookup.cellCount);
   const float* const thresholds = lookup.thresholds();
   for (int k = 0; k + 8 <= count; k += 8) {
     const __m256 v = _mm256_loadu_ps(values + k);
-    const __m256i cell = CellsAvx2(v, first, scale, limit, lastCell);
+    const __m256i cell = grid.CellsOf(v);
     const __m256 threshold = _mm256_i32gather_ps(thresholds, cell, kStride);
     const __m256i past = _mm256_castps_si256(_mm256_cmp_ps(v, threshold, _CMP_GE_OQ));
     const __m256i code = _mm256_sub_epi32(_mm256_add_epi32(cell, cell), past);
@@ -612,10 +621,7 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
     const float* values, int count, const RunIndex<float>::View& lookup,
     const uint32_t* cellColours, float from, float to, float lowestValid, float highestValid,
     uint32_t below, uint32_t above, uint32_t invalid, uint8_t* out, uint8_t* scalarLanes) {
-  const __m256 first = _mm256_set1_ps(lookup.first);
-  const __m256 scale = _mm256_set1_ps(lookup.scale);
-  const __m256 limit = _mm256_set1_ps(lookup.cellLimit);
-  const __m256i lastCell = _mm256_set1_epi32(lookup.cellCount - 1);
+  const CellGridAvx2 grid(lookup);
   const __m256 fromV = _mm256_set1_ps(from);
   const __m256 toV = _mm256_set1_ps(to);
   const __m256 lowestV = _mm256_set1_ps(lowestValid);
@@ -627,7 +633,7 @@ __attribute__((target("avx2"))) void FloatRunColoursAvx2(
   const int* const cellWords = reinterpret_cast<const int*>(cellColours);
   for (int k = 0; k + 8 <= count; k += 8) {
     const __m256 v = _mm256_loadu_ps(values + k);
-    const __m256i cell = CellsAvx2(v, first, scale, limit, lastCell);
+    const __m256i cell = grid.CellsOf(v);
     const __m256i colour = _mm256_i32gather_epi32(cellWords, cell, 4);
     const __m256 inside =
         _mm256_and_ps(_mm256_cmp_ps(v, fromV, _CMP_GE_OQ), _mm256_cmp_ps(v, toV, _CMP_LE_OQ));

@@ -91,7 +91,8 @@ ParaTotals TotalsOfRange(const float* data, int begin, int end) {
   // No branch on the sign, since normalised heights change sign all over a frame: each square is
   // multiplied by 1 or 0, and an element that adds nothing to a sum adds +0.0, which leaves it as
   // it is (the sums start at +0 and only grow), so the additions happen in index order with the
-  // same bits. Invalid elements are rare, and skipped.
+  // same bits. Invalid elements are rare, and skipped. Locals rather than the record returned,
+  // so that the sums stay in registers.
   double minimum = totals.minimum, maximum = totals.maximum;
   double positiveSquares = 0.0, negativeSquares = 0.0;
   int64_t positiveCount = 0, negativeCount = 0;
