@@ -518,8 +518,9 @@ inline constexpr bool kHasValueRuns = std::is_same_v<T, float> || std::is_same_v
                                       std::is_same_v<T, uint16_t> || std::is_same_v<T, int16_t>;
 
 // Cells per run table: enough that few cells hold more than one run start, few enough that the
-// table stays in the nearest caches. Histogram bins are evenly spaced, eight cells a bin keep
-// their starts apart; slots crowd where the pixels do, and want finer cells.
+// table stays in the nearest caches. Histogram bins are evenly spaced, so two cells a bin keep
+// their starts apart and the gathered table within the first-level cache; slots crowd where the
+// pixels do, and want finer cells.
 constexpr int kHistogramCells = 2 * kHistogramBins;
 int ColourCells(int n) { return std::clamp(n / 64, 1024, 8192); }
 
