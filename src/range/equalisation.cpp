@@ -684,85 +684,84 @@ bool HistogramByRuns(const T* data, int n, double w, double low, double high,
     for (size_t j = 0; j < a.size(); ++j) a[j] += b[j];
     return a;
   };
+  const Counts counts = [&]() -> Counts {
 #if KIVLUT_HAS_AVX2_PATHS
-  if constexpr (std::is_same_v<T, float>) {
-    if (RunsAvx2() && !index.HasCrowdedCells()) {
-      // Tallies of cells and sides instead of runs: a branch-free pass with one gather per eight
-      // pixels (values outside [from, to] are common with given bounds and would make a test per
-      // pixel unpredictable), turned into runs once at the end of each piece.
-      const auto lookup = index.view();
-      const int codeCount = 2 * lookup.cellCount + 1;
-      const Counts counts = tbb::parallel_reduce(
-          tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
-          [&](const tbb::blocked_range<int>& range, Counts part) {
-            const size_t stride = static_cast<size_t>(codeCount);
-            Counts tally(kTallies * stride, 0);
-            uint32_t* lanes[kTallies];
-            for (size_t lane = 0; lane < kTallies; ++lane)
-              lanes[lane] = tally.data() + lane * stride;
-            int32_t codes[kRunBlock];
-            for (int block = range.begin(); block < range.end(); block += kRunBlock) {
-              const int count = std::min(kRunBlock, range.end() - block);
-              const float* const values = data + block;
-              HistogramSidesAvx2(values, count, lookup, lowest, last, codes);
-              for (int k = count / 8 * 8; k < count; ++k) {
-                const float v = values[k];
-                const int c = lookup.Cell(v);
-                codes[k] = v >= lowest && v <= last ? 2 * c + (v >= lookup.ThresholdIn(c) ? 1 : 0)
-                                                    : codeCount - 1;
-              }
-              int k = 0;
-              for (; k + static_cast<int>(kTallies) <= count; k += kTallies) {
-                for (size_t lane = 0; lane < kTallies; ++lane) ++lanes[lane][codes[k + lane]];
-              }
-              for (; k < count; ++k) ++lanes[k % kTallies][codes[k]];
-            }
-            for (int c = 0; c < lookup.cellCount; ++c) {
-              uint32_t before = 0, past = 0;
-              for (size_t lane = 0; lane < kTallies; ++lane) {
-                before += tally[lane * stride + 2 * static_cast<size_t>(c)];
-                past += tally[lane * stride + 2 * static_cast<size_t>(c) + 1];
-              }
-              const size_t run = static_cast<size_t>(lookup.FirstRunIn(c));
-              part[run] += before;
-              if (past != 0) part[run + 1] += past;
-            }
-            return part;
-          },
-          merge, tbb::auto_partitioner());
-      histogram.assign(kHistogramBins, 0);
-      for (size_t j = 0; j < runCount; ++j) histogram[runs.result[j]] += counts[j];
-      return true;
-    }
-  }
-#endif
-  const Counts counts = tbb::parallel_reduce(
-      tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
-      [&](const tbb::blocked_range<int>& range, Counts part) {
-        const size_t stride = runCount;
-        Counts tally(kTallies * stride, 0);
-        uint32_t* const lanes = tally.data();
+    if constexpr (std::is_same_v<T, float>) {
+      if (RunsAvx2() && !index.HasCrowdedCells()) {
+        // Tallies of cells and sides instead of runs: a branch-free pass with one gather per eight
+        // pixels (values outside [from, to] are common with given bounds and would make a test per
+        // pixel unpredictable), turned into runs once at the end of each piece.
         const auto lookup = index.view();
-        const T from = lowest;
-        const T to = last;
-        int32_t cells[kRunBlock];
-        for (int block = range.begin(); block < range.end(); block += kRunBlock) {
-          const int count = std::min(kRunBlock, range.end() - block);
-          const T* const values = data + block;
-          lookup.CellsOf(values, count, from, to, cells);
-          for (int k = 0; k < count; ++k) {
-            if (cells[k] >= 0) {
-              ++lanes[static_cast<size_t>(k % kTallies) * stride +
-                      static_cast<size_t>(lookup.RunIn(values[k], cells[k]))];
+        const int codeCount = 2 * lookup.cellCount + 1;
+        return tbb::parallel_reduce(
+            tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
+            [&](const tbb::blocked_range<int>& range, Counts part) {
+              const size_t stride = static_cast<size_t>(codeCount);
+              Counts tally(kTallies * stride, 0);
+              uint32_t* lanes[kTallies];
+              for (size_t lane = 0; lane < kTallies; ++lane)
+                lanes[lane] = tally.data() + lane * stride;
+              int32_t codes[kRunBlock];
+              for (int block = range.begin(); block < range.end(); block += kRunBlock) {
+                const int count = std::min(kRunBlock, range.end() - block);
+                const float* const values = data + block;
+                HistogramSidesAvx2(values, count, lookup, lowest, last, codes);
+                for (int k = count / 8 * 8; k < count; ++k) {
+                  const float v = values[k];
+                  const int c = lookup.Cell(v);
+                  codes[k] = v >= lowest && v <= last ? 2 * c + (v >= lookup.ThresholdIn(c) ? 1 : 0)
+                                                      : codeCount - 1;
+                }
+                int k = 0;
+                for (; k + static_cast<int>(kTallies) <= count; k += kTallies) {
+                  for (size_t lane = 0; lane < kTallies; ++lane) ++lanes[lane][codes[k + lane]];
+                }
+                for (; k < count; ++k) ++lanes[k % kTallies][codes[k]];
+              }
+              for (int c = 0; c < lookup.cellCount; ++c) {
+                uint32_t before = 0, past = 0;
+                for (size_t lane = 0; lane < kTallies; ++lane) {
+                  before += tally[lane * stride + 2 * static_cast<size_t>(c)];
+                  past += tally[lane * stride + 2 * static_cast<size_t>(c) + 1];
+                }
+                const size_t run = static_cast<size_t>(lookup.FirstRunIn(c));
+                part[run] += before;
+                if (past != 0) part[run + 1] += past;
+              }
+              return part;
+            },
+            merge, tbb::auto_partitioner());
+      }
+    }
+#endif
+    return tbb::parallel_reduce(
+        tbb::blocked_range<int>(0, n, RunPassGrain(n)), Counts(runCount, 0),
+        [&](const tbb::blocked_range<int>& range, Counts part) {
+          const size_t stride = runCount;
+          Counts tally(kTallies * stride, 0);
+          uint32_t* const lanes = tally.data();
+          const auto lookup = index.view();
+          const T from = lowest;
+          const T to = last;
+          int32_t cells[kRunBlock];
+          for (int block = range.begin(); block < range.end(); block += kRunBlock) {
+            const int count = std::min(kRunBlock, range.end() - block);
+            const T* const values = data + block;
+            lookup.CellsOf(values, count, from, to, cells);
+            for (int k = 0; k < count; ++k) {
+              if (cells[k] >= 0) {
+                ++lanes[static_cast<size_t>(k % kTallies) * stride +
+                        static_cast<size_t>(lookup.RunIn(values[k], cells[k]))];
+              }
             }
           }
-        }
-        for (size_t j = 0; j < runCount; ++j) {
-          for (size_t lane = 0; lane < kTallies; ++lane) part[j] += tally[lane * stride + j];
-        }
-        return part;
-      },
-      merge, tbb::auto_partitioner());
+          for (size_t j = 0; j < runCount; ++j) {
+            for (size_t lane = 0; lane < kTallies; ++lane) part[j] += tally[lane * stride + j];
+          }
+          return part;
+        },
+        merge, tbb::auto_partitioner());
+  }();
   histogram.assign(kHistogramBins, 0);
   for (size_t j = 0; j < runCount; ++j) histogram[runs.result[j]] += counts[j];
   return true;

@@ -43,10 +43,9 @@ FivePointWords WordsOf(const FivePointScale& s) {
 // division, product and truncation, giving the index of the element's word. Lanes that match no
 // segment are flagged in `unmatched` (one bit a lane); their index means nothing.
 struct FivePointLanes {
-  __m256d d[5];
-  __m256d a[4];         // each segment's lower break value ...
-  __m256d span[4];      // ... its entry count as ib - ia ...
-  __m256d indexLow[4];  // ... and its first entry
+  __m256d d[5];         // the break values: segment k runs from d[k] to d[k + 1] ...
+  __m256d span[4];      // ... over ib - ia entries ...
+  __m256d indexLow[4];  // ... from entry ia
 };
 
 constexpr double kStepLimit = 1099511627776.0;  // 2^40
@@ -76,10 +75,10 @@ __attribute__((target("avx2"))) inline __m128i FivePointIndices(__m128 values,
       _mm256_and_pd(_mm256_cmp_pd(d[1], v, _CMP_LT_OQ), _mm256_cmp_pd(v, d[2], _CMP_LT_OQ));
   segment[0] =
       _mm256_and_pd(_mm256_cmp_pd(d[0], v, _CMP_LT_OQ), _mm256_cmp_pd(v, d[1], _CMP_LE_OQ));
-  __m256d a = l.a[0], b = d[1], span = l.span[0], indexLow = l.indexLow[0];
+  __m256d a = d[0], b = d[1], span = l.span[0], indexLow = l.indexLow[0];
   __m256d matched = segment[0];
   for (int k = 1; k < 4; ++k) {
-    a = _mm256_blendv_pd(a, l.a[k], segment[k]);
+    a = _mm256_blendv_pd(a, d[k], segment[k]);
     b = _mm256_blendv_pd(b, d[k + 1], segment[k]);
     span = _mm256_blendv_pd(span, l.span[k], segment[k]);
     indexLow = _mm256_blendv_pd(indexLow, l.indexLow[k], segment[k]);
@@ -123,7 +122,6 @@ __attribute__((target("avx2"))) void ColourFivePointAvx2(const float* data, int 
   FivePointLanes l;
   for (int k = 0; k < 5; ++k) l.d[k] = _mm256_set1_pd(s.value[static_cast<size_t>(k)]);
   for (int k = 0; k < 4; ++k) {
-    l.a[k] = l.d[k];
     l.span[k] = _mm256_set1_pd(
         static_cast<double>(s.index[static_cast<size_t>(k) + 1] - s.index[static_cast<size_t>(k)]));
     l.indexLow[k] = _mm256_set1_pd(static_cast<double>(s.index[static_cast<size_t>(k)]));

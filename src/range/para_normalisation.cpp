@@ -87,13 +87,13 @@ void ApplyRescaling(float* data, int n, const ParaRescaling& r, RescaledElements
 }
 
 ParaTotals TotalsOfRange(const float* data, int begin, int end) {
-  ParaTotals totals;
   // No branch on the sign, since normalised heights change sign all over a frame: each square is
   // multiplied by 1 or 0, and an element that adds nothing to a sum adds +0.0, which leaves it as
   // it is (the sums start at +0 and only grow), so the additions happen in index order with the
   // same bits. Invalid elements are rare, and skipped. Locals rather than the record returned,
-  // so that the sums stay in registers.
-  double minimum = totals.minimum, maximum = totals.maximum;
+  // so that the sums stay in registers; they start as an empty record does.
+  const ParaTotals empty;
+  double minimum = empty.minimum, maximum = empty.maximum;
   double positiveSquares = 0.0, negativeSquares = 0.0;
   int64_t positiveCount = 0, negativeCount = 0;
   for (int i = begin; i < end; ++i) {
@@ -109,13 +109,7 @@ ParaTotals TotalsOfRange(const float* data, int begin, int end) {
     positiveCount += positive;
     negativeCount += negative;
   }
-  totals.minimum = minimum;
-  totals.maximum = maximum;
-  totals.positiveSquares = positiveSquares;
-  totals.negativeSquares = negativeSquares;
-  totals.positiveCount = positiveCount;
-  totals.negativeCount = negativeCount;
-  return totals;
+  return {minimum, maximum, positiveSquares, positiveCount, negativeSquares, negativeCount};
 }
 
 void AddTotals(ParaTotals& total, const ParaTotals& part) {
